@@ -1,0 +1,67 @@
+#include "cli.h"
+
+#include "commands.h"
+
+#include <QCoreApplication>
+#include <cstring>
+#include <cstdio>
+
+namespace Cli {
+namespace {
+
+struct Command {
+    const char *name;
+    int (*run)(const QStringList &args);
+    const char *usage;
+};
+
+const Command kCommands[] = {
+    {"scan", &Commands::scan, "corvane scan [--recursive] [--json] CARPETA"},
+    {"marks", &Commands::marks, "corvane marks [--json] CARPETA"},
+    {"mark", &Commands::mark, "corvane mark [--color N] [--rating N] [--tag on|off] [--rotate N] ARCHIVO..."},
+    {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
+};
+
+void printUsage(FILE *out)
+{
+    std::fprintf(out, "Uso:\n  corvane [CARPETA|ARCHIVO...]   abre la ventana\n");
+    for (const Command &c : kCommands)
+        std::fprintf(out, "  %s\n", c.usage);
+}
+
+} // namespace
+
+bool isSubcommand(const char *arg)
+{
+    if (std::strcmp(arg, "help") == 0 || std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0)
+        return true;
+    for (const Command &c : kCommands)
+        if (std::strcmp(arg, c.name) == 0)
+            return true;
+    return false;
+}
+
+int run(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Corvane"));
+    QCoreApplication::setApplicationName(QStringLiteral("Corvane"));
+    QStringList args = app.arguments();
+    args.removeFirst();
+    const QString name = args.takeFirst();
+    for (const Command &c : kCommands)
+        if (name == QLatin1String(c.name)) {
+            if (args.contains(QStringLiteral("--help"))) {
+                std::printf("Uso: %s\n", c.usage);
+                return 0;
+            }
+            const int status = c.run(args);
+            if (status == 2)
+                std::fprintf(stderr, "Uso: %s\n", c.usage);
+            return status;
+        }
+    printUsage(stdout);
+    return 0;
+}
+
+} // namespace Cli

@@ -1,0 +1,239 @@
+#include "commands.h"
+
+#include "argparser.h"
+#include "terminalprogress.h"
+
+#include "marks/marksbook.h"
+#include "marks/marksfile.h"
+#include "marks/marksstore.h"
+#include "model/folderscanner.h"
+#include "model/loadtoken.h"
+
+#if __has_include("sampleshoot.h")
+#include "sampleshoot.h"
+#define CORVANE_HAS_SAMPLE_SHOOT 1
+#endif
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cstdio>
+
+namespace Commands {
+namespace {
+
+void out(const QString &line) { std::printf("%s\n", line.toUtf8().constData()); }
+void err(const QString &line) { std::fprintf(stderr, "%s\n", line.toUtf8().constData()); }
+void printJson(const QJsonDocument &doc) { std::printf("%s\n", doc.toJson(QJsonDocument::Indented).constData()); }
+
+QString describeMarks(const Marks &m)
+{
+    QStringList parts;
+    if (m.c)
+        parts << QStringLiteral("color %1").arg(*m.c);
+    if (m.r)
+        parts << QString(*m.r, QChar(0x2605));
+    if (m.t)
+        parts << QStringLiteral("marcada");
+    if (m.o)
+        parts << QStringLiteral("giro %1°").arg(*m.o * 90);
+    if (m.k)
+        parts << QStringLiteral("recorte");
+    return parts.join(QStringLiteral(" · "));
+}
+
+bool parseInt(const QString &text, int lo, int hi, int &value)
+{
+    bool ok = false;
+    value = text.toInt(&ok);
+    return ok && value >= lo && value <= hi;
+}
+
+} // namespace
+
+int scan(const QStringList &args)
+{
+    ArgParser p({"recursive", "json"}, {});
+    if (!p.parse(args) || p.positional().size() != 1) {
+        if (!p.error().isEmpty())
+            err(p.error());
+        return 2;
+    }
+    const QString folder = FolderScanner::standardPath(p.positional().first());
+    if (!QFileInfo(folder).isDir()) {
+        err(QStringLiteral("«%1» no es una carpeta.").arg(folder));
+        return 1;
+    }
+    LoadToken token;
+    ScanResult r;
+    if (p.flag("recursive")) {
+        TerminalProgress bar;
+        r = FolderScanner::listTree(folder, token, [&](const QString &text, int count) { bar.update(text, count, 0); });
+    } else {
+        r = FolderScanner::listFolder(folder, token);
+    }
+    if (p.flag("json")) {
+        QJsonArray items;
+        for (const ScannedItem &item : std::as_const(r.items)) {
+            QJsonObject o;
+            o.insert(QStringLiteral("url"), item.url);
+            o.insert(QStringLiteral("previewURL"), item.previewURL);
+            o.insert(QStringLiteral("previewIsRaw"), item.previewIsRaw);
+            o.insert(QStringLiteral("badge"), item.badge);
+            o.insert(QStringLiteral("files"), QJsonArray::fromStringList(item.files));
+            o.insert(QStringLiteral("size"), double(item.size));
+            o.insert(QStringLiteral("hasSidecar"), r.xmpKeys.contains(FolderScanner::groupingKey(item.url)));
+            items.append(o);
+        }
+        QJsonObject root;
+        root.insert(QStringLiteral("items"), items);
+        root.insert(QStringLiteral("subfolders"), QJsonArray::fromStringList(r.subfolders));
+        root.insert(QStringLiteral("folderCount"), r.folderCount);
+        root.insert(QStringLiteral("truncated"), r.truncated);
+        root.insert(QStringLiteral("denied"), r.denied);
+        printJson(QJsonDocument(root));
+    } else {
+        if (r.denied) {
+            err(QStringLiteral("No tienes permiso para leer «%1».").arg(folder));
+            return 1;
+        }
+        for (const QString &s : std::as_const(r.subfolders))
+            out(QStringLiteral("carpeta\t%1/").arg(s));
+        for (const ScannedItem &item : std::as_const(r.items)) {
+            const bool xmp = r.xmpKeys.contains(FolderScanner::groupingKey(item.url));
+            out(QStringLiteral("%1\t%2\t%3%4").arg(item.badge).arg(item.size).arg(item.url, xmp ? QStringLiteral("\t+xmp") : QString()));
+        }
+        out(QStringLiteral("%1 imágenes en %2 carpetas%3")
+                .arg(r.items.size())
+                .arg(r.folderCount)
+                .arg(r.truncated ? QStringLiteral(" (lista cortada)") : QString()));
+    }
+    return r.denied ? 1 : 0;
+}
+
+int marks(const QStringList &args)
+{
+    ArgParser p({"json"}, {});
+    if (!p.parse(args) || p.positional().size() != 1) {
+        if (!p.error().isEmpty())
+            err(p.error());
+        return 2;
+    }
+    const QString folder = FolderScanner::standardPath(p.positional().first());
+    if (!QFileInfo(folder).isDir()) {
+        err(QStringLiteral("«%1» no es una carpeta.").arg(folder));
+        return 1;
+    }
+    const auto file = MarksFile::load(folder);
+    const MarksFile f = file.value_or(MarksFile{});
+    QStringList keys = f.marks.keys();
+    keys.sort();
+    if (p.flag("json")) {
+        QJsonObject m;
+        for (const QString &k : std::as_const(keys))
+            m.insert(k, f.marks.value(k).toJson());
+        QJsonObject root;
+        root.insert(QStringLiteral("folder"), folder);
+        root.insert(QStringLiteral("marks"), m);
+        QJsonObject offsets;
+        for (auto it = f.cameraOffsets.cbegin(); it != f.cameraOffsets.cend(); ++it)
+            offsets.insert(it.key(), it.value());
+        root.insert(QStringLiteral("cameraOffsets"), offsets);
+        printJson(QJsonDocument(root));
+        return 0;
+    }
+    for (const QString &k : std::as_const(keys))
+        out(QStringLiteral("%1\t%2").arg(k, describeMarks(f.marks.value(k))));
+    out(QStringLiteral("%1 imágenes con marcas").arg(keys.size()));
+    return 0;
+}
+
+int mark(const QStringList &args)
+{
+    ArgParser p({}, {"color", "rating", "tag", "rotate"});
+    if (!p.parse(args) || p.positional().isEmpty()) {
+        if (!p.error().isEmpty())
+            err(p.error());
+        return 2;
+    }
+    int color = -1, rating = -1, rotate = 0;
+    if (p.has("color") && !parseInt(p.value("color"), 0, 8, color)) {
+        err(QStringLiteral("--color va de 0 (sin color) a 8."));
+        return 2;
+    }
+    if (p.has("rating") && !parseInt(p.value("rating"), 0, 5, rating)) {
+        err(QStringLiteral("--rating va de 0 a 5."));
+        return 2;
+    }
+    if (p.has("rotate") && !parseInt(p.value("rotate"), -3, 3, rotate)) {
+        err(QStringLiteral("--rotate son cuartos de vuelta, de -3 a 3."));
+        return 2;
+    }
+    const QString tag = p.value("tag");
+    if (p.has("tag") && tag != QLatin1String("on") && tag != QLatin1String("off")) {
+        err(QStringLiteral("--tag es on u off."));
+        return 2;
+    }
+
+    MarksStore store;
+    MarksBook book(&store);
+    QStringList failures;
+    QObject::connect(&store, &MarksStore::writeFailed, [&](const QString &m) { failures.append(m); });
+    int status = 0;
+    for (const QString &arg : p.positional()) {
+        const QString path = FolderScanner::standardPath(arg);
+        if (!QFileInfo(path).isFile()) {
+            err(QStringLiteral("No existe el archivo «%1».").arg(arg));
+            status = 1;
+            continue;
+        }
+        Marks m = book.marksFor(path).value_or(Marks{});
+        ColorClass c = colorClassFromInt(m.c.value_or(0));
+        int r = m.r.value_or(0);
+        bool t = m.t.value_or(false);
+        int o = m.o.value_or(0);
+        if (color >= 0)
+            c = colorClassFromInt(color);
+        if (rating >= 0)
+            r = rating;
+        if (p.has("tag"))
+            t = tag == QLatin1String("on");
+        o = ((o + rotate) % 4 + 4) % 4;
+        const Marks next = Marks::from(c, r, t, o, m.k);
+        book.set(path, next, true);
+        out(QStringLiteral("%1\t%2").arg(QFileInfo(path).fileName(), describeMarks(next)));
+    }
+    store.flush();
+    QCoreApplication::processEvents();   // deliver queued failure reports
+    for (const QString &f : std::as_const(failures))
+        err(f);
+    return failures.isEmpty() ? status : 1;
+}
+
+int sampleShoot(const QStringList &args)
+{
+    if (args.size() != 1)
+        return 2;
+#ifdef CORVANE_HAS_SAMPLE_SHOOT
+    TerminalProgress bar;
+    const QString error = SampleShoot::generate(args.first(), [&](int done, int total) {
+        bar.update(QStringLiteral("Creando la sesión de ejemplo"), done, total);
+    });
+    bar.finish();
+    if (!error.isEmpty()) {
+        err(error);
+        return 1;
+    }
+    out(QDir(args.first()).absolutePath());
+    return 0;
+#else
+    err(QStringLiteral("Esta compilación no incluye la sesión de ejemplo."));
+    return 1;
+#endif
+}
+
+} // namespace Commands

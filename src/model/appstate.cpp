@@ -1,0 +1,719 @@
+#include "appstate.h"
+
+#include "folderscanner.h"
+#include "filekinds.h"
+#include "folderwatcher.h"
+#include "marks/legacyxattr.h"
+#include "marks/marks.h"
+#include "marks/marksbook.h"
+#include "marks/marksfile.h"
+#include "metareader.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSettings>
+#include <QThreadPool>
+#include <QTimer>
+
+namespace {
+const char *kSortKey = "sortKey";
+const char *kSortAscending = "sortAscending";
+const char *kAutoAdvance = "general.autoAdvance";
+const char *kLastFolder = "general.lastFolder";
+const char *kRecentFolders = "general.recentFolders";
+
+QString parentOf(const QString &path)
+{
+    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
+    return slash <= 0 ? QStringLiteral("/") : path.left(slash);
+}
+} // namespace
+
+// What the scan worker hands back: the listing and the marks files of the folders it found.
+struct AppState::Loaded {
+    ScanResult scan;
+    QHash<QString, MarksMap> marksByFolder;
+};
+
+AppState::AppState(MarksBook &book, QObject *parent)
+    : QObject(parent)
+    , _book(book)
+    , _metaReader(new MetaReader(this))
+    , _watcher(new FolderWatcher(this))
+    , _xattr(new LegacyXattrReader(this))
+    , _scanPool(new QThreadPool(this))
+    , _resortTimer(new QTimer(this))
+{
+    _scanPool->setMaxThreadCount(1);
+    _resortTimer->setSingleShot(true);
+    _resortTimer->setInterval(400);
+    connect(_resortTimer, &QTimer::timeout, this, [this] { resort(); });
+
+    QSettings settings;
+    _sortKey = sortKeyFromString(settings.value(QLatin1String(kSortKey)).toString());
+    _sortAscending = settings.value(QLatin1String(kSortAscending), true).toBool();
+    _sensitivity = currentSharpSensitivity();
+
+    connect(_metaReader, &MetaReader::metaReady, this, &AppState::applyMeta);
+    connect(_metaReader, &MetaReader::finished, this, [this](quint64 gen) {
+        if (gen == _generation && (_sortKey == SortKey::captureDate || _sortKey == SortKey::dimensions)) {
+            _resortTimer->stop();
+            resort();
+        }
+    });
+    connect(_xattr, &LegacyXattrReader::found, this, &AppState::applyLegacyMarks);
+    connect(_watcher, &FolderWatcher::filesChanged, this, [this](const QStringList &added, const QStringList &removed) {
+        if (!removed.isEmpty())
+            removeFiles(removed);
+        if (!added.isEmpty())
+            addFiles(added, true);
+    });
+    connect(_watcher, &FolderWatcher::folderGone, this, [this](const QString &gone) {
+        if (gone != _folder)
+            return;
+        _folderMissing = true;
+        _photos.clear();
+        _byId.clear();
+        _byKey.clear();
+        _subfolders.clear();
+        _selection.clear();
+        rebuildVisible(false);
+        toast(QStringLiteral("La carpeta «%1» ya no existe.").arg(QFileInfo(gone).fileName()), true);
+    });
+}
+
+AppState::~AppState()
+{
+    if (_token)
+        _token->cancel();
+    _scanPool->waitForDone();
+}
+
+// ----- Opening
+
+void AppState::open(const QString &pathIn)
+{
+    if (pathIn.isEmpty())
+        return;
+    const QString path = FolderScanner::standardPath(pathIn);
+    const QFileInfo info(path);
+    if (!info.exists())
+        return;
+    if (_progress) {
+        toast(QStringLiteral("Termina la operación en curso y vuelve a soltar «%1»").arg(info.fileName()));
+        return;
+    }
+    if (info.isDir())
+        openFolder(path);
+    else
+        openFolder(parentOf(path), path);
+}
+
+void AppState::openFolder(const QString &folderIn, const QString &selectFile, bool recursive)
+{
+    if (_token)
+        _token->cancel();
+    _metaReader->cancel();
+    _watcher->stop();
+    _resortTimer->stop();
+    ++_generation;
+    _folder = FolderScanner::standardPath(folderIn);
+    _recursive = recursive;
+    _loading = true;
+    _accessDenied = false;
+    _folderMissing = false;
+    _photos.clear();
+    _visible.clear();
+    _byId.clear();
+    _byKey.clear();
+    _xmpKeys.clear();
+    _subfolders.clear();
+    _otherFiles.clear();
+    _selection.clear();
+    _currentIndex = -1;
+    _filter.newOnly = false;   // "new" means new since this folder was opened
+
+    QSettings settings;
+    settings.setValue(QLatin1String(kLastFolder), _folder);
+    QStringList recent = settings.value(QLatin1String(kRecentFolders)).toStringList();
+    recent.removeAll(_folder);
+    recent.prepend(_folder);
+    while (recent.size() > 10)
+        recent.removeLast();
+    settings.setValue(QLatin1String(kRecentFolders), recent);
+
+    emit folderChanged();
+    emit photosChanged();
+    emit currentChanged(-1);
+    emit selectionChanged();
+
+    auto token = std::make_shared<LoadToken>();
+    _token = token;
+    const quint64 gen = _generation;
+    const QString folder = _folder;
+    if (recursive)
+        setProgress(Progress{QStringLiteral("Buscando imágenes"), 0, 0});
+    _scanPool->start([this, token, gen, folder, recursive, selectFile] {
+        Loaded loaded;
+        if (recursive) {
+            loaded.scan = FolderScanner::listTree(folder, *token, [this, gen](const QString &text, int count) {
+                QMetaObject::invokeMethod(this, [this, gen, text, count] {
+                    if (gen == _generation)
+                        setProgress(Progress{text, count, 0});
+                }, Qt::QueuedConnection);
+            });
+        } else {
+            loaded.scan = FolderScanner::listFolder(folder, *token);
+        }
+        QSet<QString> folders;
+        for (const ScannedItem &item : std::as_const(loaded.scan.items))
+            folders.insert(parentOf(item.url));
+        for (const QString &dir : std::as_const(folders)) {
+            if (token->isCancelled())
+                return;
+            const auto file = MarksFile::load(dir);
+            loaded.marksByFolder.insert(dir, file ? file->marks : MarksMap{});
+        }
+        if (token->isCancelled())
+            return;
+        QMetaObject::invokeMethod(this, [this, gen, loaded = std::move(loaded), selectFile] {
+            applyScan(gen, loaded, selectFile);
+        }, Qt::QueuedConnection);
+    });
+}
+
+void AppState::reload()
+{
+    if (!_folder.isEmpty())
+        openFolder(_folder, current() ? current()->url() : QString(), _recursive);
+}
+
+void AppState::applyScan(quint64 gen, const Loaded &result, const QString &selectFile)
+{
+    if (gen != _generation)
+        return;
+    const ScanResult &scan = result.scan;
+    _loading = false;
+    if (_recursive)
+        setProgress(std::nullopt);
+    _accessDenied = scan.denied;
+    _folderMissing = !scan.denied && !QFileInfo(_folder).isDir();
+    _subfolders = _recursive ? QStringList() : scan.subfolders;
+    _otherFiles = scan.extras;
+    _xmpKeys = scan.xmpKeys;
+
+    // The book may hold newer marks than the files (a write still pending): keep those.
+    for (auto it = result.marksByFolder.cbegin(); it != result.marksByFolder.cend(); ++it)
+        if (!_book.isLoaded(it.key()))
+            _book.seed(it.key(), it.value());
+
+    _photos.reserve(scan.items.size());
+    QStringList unmarked;
+    for (const ScannedItem &item : scan.items) {
+        auto p = std::make_shared<Photo>(item);
+        if (const auto m = _book.marksFor(item.url))
+            m->applyTo(*p);
+        else
+            unmarked.append(item.url);
+        _byId.insert(p->id, p);
+        _byKey.insert(FolderScanner::groupingKey(item.url), p->id);
+        _photos.append(std::move(p));
+    }
+    sortPhotos(_photos, _sortKey, _sortAscending);
+    _visible.clear();
+    rebuildVisible(false);
+
+    int select = _visible.isEmpty() ? -1 : 0;
+    if (!selectFile.isEmpty()) {
+        const QString wanted = FolderScanner::standardPath(selectFile);
+        for (qsizetype i = 0; i < _visible.size(); ++i)
+            if (_visible[i]->files().contains(wanted)) {
+                select = int(i);
+                break;
+            }
+    }
+    _currentIndex = -2;   // force the signal
+    setCurrentIndex(select);
+    emit loaded();
+
+    QList<MetaReader::Job> jobs;
+    jobs.reserve(_photos.size());
+    for (const PhotoPtr &p : std::as_const(_photos))
+        jobs.append({p->id, p->previewURL()});
+    _metaReader->start(jobs, _generation);
+    if (!unmarked.isEmpty())
+        _xattr->read(unmarked, _generation);
+    if (!_recursive && !_accessDenied && !_folderMissing)
+        watchFolder();
+}
+
+void AppState::watchFolder()
+{
+    QStringList known;
+    for (const PhotoPtr &p : std::as_const(_photos))
+        known += p->files();
+    _watcher->watch(_folder, known);
+}
+
+void AppState::applyMeta(quint64 gen, const QList<QPair<QUuid, std::optional<PhotoMeta>>> &batch)
+{
+    if (gen != _generation)
+        return;
+    QList<QUuid> ids;
+    ids.reserve(batch.size());
+    for (const auto &[id, meta] : batch) {
+        const auto it = _byId.constFind(id);
+        if (it == _byId.constEnd())
+            continue;
+        (*it)->setMeta(meta);
+        ids.append(id);
+    }
+    if (ids.isEmpty())
+        return;
+    emit photosUpdated(ids);
+    if (_sortKey == SortKey::captureDate || _sortKey == SortKey::dimensions) {
+        if (!_resortTimer->isActive())
+            _resortTimer->start();
+    } else if (!_filter.meta.isEmpty() || !_filter.words.isEmpty()) {
+        rebuildVisible();
+    }
+}
+
+void AppState::applyLegacyMarks(quint64 gen, const QHash<QString, Marks> &marksByFile)
+{
+    if (gen != _generation)
+        return;
+    QList<Photo *> changed;
+    for (auto it = marksByFile.cbegin(); it != marksByFile.cend(); ++it) {
+        if (_book.marksFor(it.key()))
+            continue;   // the folder file wins over the old attributes
+        const auto idIt = _byKey.constFind(FolderScanner::groupingKey(it.key()));
+        if (idIt == _byKey.constEnd())
+            continue;
+        Photo *p = photo(*idIt);
+        it.value().applyTo(*p);
+        changed.append(p);
+    }
+    // Carried into the folder file, the attributes are never needed again.
+    persistMarks(changed);
+}
+
+// ----- Lookup
+
+Photo *AppState::photo(const QUuid &id) const
+{
+    const auto it = _byId.constFind(id);
+    return it == _byId.constEnd() ? nullptr : it->get();
+}
+
+int AppState::visibleIndexOf(const QUuid &id) const
+{
+    for (qsizetype i = 0; i < _visible.size(); ++i)
+        if (_visible[i]->id == id)
+            return int(i);
+    return -1;
+}
+
+bool AppState::hasSidecar(const Photo &p) const
+{
+    return _xmpKeys.contains(FolderScanner::groupingKey(p.url()));
+}
+
+// ----- Current and selection
+
+void AppState::setCurrentIndex(int index)
+{
+    if (_visible.isEmpty())
+        index = -1;
+    else
+        index = std::clamp(index, 0, int(_visible.size()) - 1);
+    if (index == _currentIndex)
+        return;
+    _currentIndex = index;
+    emit currentChanged(index);
+}
+
+Photo *AppState::current() const
+{
+    return (_currentIndex >= 0 && _currentIndex < _visible.size()) ? _visible[_currentIndex].get() : nullptr;
+}
+
+void AppState::setSelection(const QSet<QUuid> &ids)
+{
+    if (ids == _selection)
+        return;
+    _selection = ids;
+    emit selectionChanged();
+}
+
+void AppState::selectAll()
+{
+    QSet<QUuid> all;
+    for (const PhotoPtr &p : std::as_const(_visible))
+        all.insert(p->id);
+    setSelection(all);
+}
+
+void AppState::invertSelection()
+{
+    QSet<QUuid> inverted;
+    for (const PhotoPtr &p : std::as_const(_visible))
+        if (!_selection.contains(p->id))
+            inverted.insert(p->id);
+    setSelection(inverted);
+}
+
+void AppState::clearSelection() { setSelection({}); }
+
+QList<Photo *> AppState::targets() const
+{
+    QList<Photo *> out;
+    if (_selection.size() > 1) {
+        for (const PhotoPtr &p : std::as_const(_visible))   // in display order
+            if (_selection.contains(p->id))
+                out.append(p.get());
+        return out;
+    }
+    if (Photo *p = current())
+        out.append(p);
+    return out;
+}
+
+void AppState::setViewMode(ViewMode m)
+{
+    if (m == _viewMode)
+        return;
+    _viewMode = m;
+    emit viewModeChanged(m);
+}
+
+// ----- Marks
+
+void AppState::applyColorKey(int n)
+{
+    const QList<Photo *> t = targets();
+    if (t.isEmpty() || n < 0 || n > 8)
+        return;
+    ColorClass c = colorClassFromInt(n);
+    if (n != 0 && std::all_of(t.begin(), t.end(), [c](Photo *p) { return p->colorClass() == c; }))
+        c = ColorClass::none;   // the same key again removes it
+    for (Photo *p : t)
+        p->setColorClass(c);
+    persistMarks(t);
+    advanceAfterMark();
+}
+
+void AppState::applyRatingKey(int n)
+{
+    const QList<Photo *> t = targets();
+    if (t.isEmpty() || n < 0 || n > 5)
+        return;
+    int r = n;
+    if (n != 0 && std::all_of(t.begin(), t.end(), [n](Photo *p) { return p->rating() == n; }))
+        r = 0;
+    for (Photo *p : t)
+        p->setRating(r);
+    persistMarks(t);
+    advanceAfterMark();
+}
+
+void AppState::toggleTag()
+{
+    const QList<Photo *> t = targets();
+    if (t.isEmpty())
+        return;
+    // Several shots: flag them all unless all are flagged already.
+    const bool flag = !std::all_of(t.begin(), t.end(), [](Photo *p) { return p->tagged(); });
+    for (Photo *p : t)
+        p->setTagged(flag);
+    persistMarks(t);
+    advanceAfterMark();
+}
+
+void AppState::rotate(int quarterTurns)
+{
+    const QList<Photo *> t = targets();
+    for (Photo *p : t)
+        p->setRotation(p->rotation() + quarterTurns);
+    persistMarks(t);
+}
+
+void AppState::setMarks(Photo *p, const Marks &m)
+{
+    if (!p)
+        return;
+    m.applyTo(*p);
+    persistMarks({p});
+}
+
+void AppState::persistMarks(const QList<Photo *> &changed)
+{
+    if (changed.isEmpty())
+        return;
+    QList<QUuid> ids;
+    for (Photo *p : changed) {
+        _book.set(p->url(), Marks::fromPhoto(*p), true);
+        ids.append(p->id);
+    }
+    emit photosUpdated(ids);
+    rebuildVisible();
+}
+
+bool AppState::autoAdvance() const
+{
+    return QSettings().value(QLatin1String(kAutoAdvance), false).toBool();
+}
+
+void AppState::setAutoAdvance(bool on)
+{
+    QSettings().setValue(QLatin1String(kAutoAdvance), on);
+}
+
+void AppState::advanceAfterMark()
+{
+    if (_selection.size() <= 1 && autoAdvance() && _currentIndex >= 0 && _currentIndex + 1 < _visible.size())
+        setCurrentIndex(_currentIndex + 1);
+}
+
+// ----- Filter and sort
+
+void AppState::setFilter(const PhotoFilter &f)
+{
+    if (f == _filter)
+        return;
+    _filter = f;
+    emit filterChanged();
+    rebuildVisible();
+}
+
+void AppState::clearFilter() { setFilter(PhotoFilter{}); }
+
+void AppState::setSensitivity(SharpSensitivity s)
+{
+    QSettings().setValue(QStringLiteral("sharpSensitivity"), sharpSensitivityToString(s));
+    if (s == _sensitivity)
+        return;
+    _sensitivity = s;
+    QList<QUuid> ids;
+    for (const PhotoPtr &p : std::as_const(_photos))
+        if (p->sharpness() || p->faceSharpness())
+            ids.append(p->id);
+    emit photosUpdated(ids);
+    rebuildVisible();
+}
+
+void AppState::setSort(SortKey key, bool ascending)
+{
+    const bool changed = key != _sortKey || ascending != _sortAscending;
+    if (key != _sortKey)
+        _sortKey = key;
+    if (ascending != _sortAscending)
+        _sortAscending = ascending;
+    QSettings settings;
+    settings.setValue(QLatin1String(kSortKey), sortKeyToString(key));
+    settings.setValue(QLatin1String(kSortAscending), ascending);
+    if (!changed)
+        return;
+    emit sortChanged();
+    QMetaObject::invokeMethod(this, [this] { resort(); }, Qt::QueuedConnection);
+}
+
+void AppState::resort()
+{
+    sortPhotos(_photos, _sortKey, _sortAscending);
+    rebuildVisible();
+}
+
+QMap<QString, int> AppState::facetCounts(Facet f) const
+{
+    QMap<QString, int> counts;
+    for (const PhotoPtr &p : std::as_const(_photos)) {
+        if (!_filter.passes(*p, _sensitivity, f))
+            continue;
+        for (const QString &v : p->facets.value(f))
+            ++counts[v];
+    }
+    return counts;
+}
+
+void AppState::rebuildVisible(bool keepCurrent)
+{
+    const Photo *cur = keepCurrent ? current() : nullptr;
+    const int oldIndex = _currentIndex;
+    QList<PhotoPtr> next;
+    next.reserve(_photos.size());
+    for (const PhotoPtr &p : std::as_const(_photos))
+        if (_filter.passes(*p, _sensitivity))
+            next.append(p);
+    const bool same = next == _visible;
+    if (!same) {
+        _visible = std::move(next);
+        // Hidden shots leave the selection: a mark must never reach what the user cannot see.
+        QSet<QUuid> kept;
+        for (const PhotoPtr &p : std::as_const(_visible))
+            if (_selection.contains(p->id))
+                kept.insert(p->id);
+        const bool selectionShrank = kept.size() != _selection.size();
+        _selection = kept;
+        emit photosChanged();
+        if (selectionShrank)
+            emit selectionChanged();
+    }
+    if (!keepCurrent)
+        return;
+    int index = cur ? visibleIndexOf(cur->id) : -1;
+    if (index < 0)
+        index = oldIndex;   // the current shot was hidden: stay at the same place
+    if (_visible.isEmpty())
+        index = -1;
+    else
+        index = std::clamp(index, 0, int(_visible.size()) - 1);
+    if (index != _currentIndex || !same) {
+        _currentIndex = index;
+        emit currentChanged(index);
+    }
+}
+
+// ----- Progress and toasts
+
+void AppState::setProgress(std::optional<Progress> p)
+{
+    _progress = std::move(p);
+    emit progressChanged();
+}
+
+void AppState::toast(const QString &text, bool error)
+{
+    emit toastRequested(text, error);
+}
+
+// ----- Files arriving and vanishing
+
+QList<Photo *> AppState::addFiles(const QStringList &pathsIn, bool markNew)
+{
+    QList<Photo *> touched;
+    if (_folder.isEmpty())
+        return touched;
+    // Gather the new files by grouping key, with the members each key already has.
+    QHash<QString, QStringList> byKey;
+    QStringList order;
+    for (const QString &in : pathsIn) {
+        const QString path = FolderScanner::standardPath(in);
+        const bool inside = _recursive ? path.startsWith(_folder + QLatin1Char('/')) : parentOf(path) == _folder;
+        if (!inside || FileKinds::baseNameOf(path).startsWith(QLatin1Char('.')))
+            continue;
+        if (FileKinds::isSidecar(path)) {
+            _xmpKeys.insert(FolderScanner::groupingKey(path));
+            continue;
+        }
+        if (!FileKinds::isMedia(path))
+            continue;
+        const QString key = FolderScanner::groupingKey(path);
+        if (!byKey.contains(key)) {
+            order.append(key);
+            const auto idIt = _byKey.constFind(key);
+            byKey.insert(key, idIt != _byKey.constEnd() ? photo(*idIt)->files() : QStringList());
+        }
+        if (!byKey[key].contains(path))
+            byKey[key].append(path);
+    }
+    for (const QString &key : std::as_const(order)) {
+        const FolderScanner::Grouped g = FolderScanner::group(byKey.value(key));
+        if (g.items.isEmpty())
+            continue;
+        const ScannedItem &item = g.items.first();
+        const auto idIt = _byKey.constFind(key);
+        Photo *p = nullptr;
+        if (idIt != _byKey.constEnd()) {
+            p = photo(*idIt);
+            if (p->files() == item.files && p->fileSize == item.size)
+                continue;
+            p->setFiles(item);
+            p->fileSize = item.size;
+            p->fileCreated = item.created;
+            p->fileModified = item.modified;
+        } else {
+            auto np = std::make_shared<Photo>(item);
+            if (const auto m = _book.marksFor(item.url))
+                m->applyTo(*np);
+            _byId.insert(np->id, np);
+            _byKey.insert(key, np->id);
+            p = np.get();
+            _photos.append(std::move(np));
+        }
+        if (markNew)
+            p->setIsNew(true);
+        touched.append(p);
+    }
+    if (touched.isEmpty())
+        return touched;
+    QList<MetaReader::Job> jobs;
+    QList<QUuid> ids;
+    for (Photo *p : std::as_const(touched)) {
+        jobs.append({p->id, p->previewURL()});
+        ids.append(p->id);
+    }
+    sortPhotos(_photos, _sortKey, _sortAscending);
+    rebuildVisible();
+    emit photosUpdated(ids);
+    // Metadata of the newcomers only, read off the GUI thread; the rest of the folder keeps its own.
+    _scanPool->start([this, jobs, gen = _generation] {
+        QList<QPair<QUuid, std::optional<PhotoMeta>>> batch;
+        for (const MetaReader::Job &j : jobs)
+            batch.append({j.id, readPhotoMeta(j.path)});
+        QMetaObject::invokeMethod(this, [this, gen, batch] { applyMeta(gen, batch); }, Qt::QueuedConnection);
+    });
+    return touched;
+}
+
+void AppState::removeFiles(const QStringList &pathsIn)
+{
+    bool changed = false;
+    for (const QString &in : pathsIn) {
+        const QString path = FolderScanner::standardPath(in);
+        const QString key = FolderScanner::groupingKey(path);
+        if (FileKinds::isSidecar(path)) {
+            _xmpKeys.remove(key);
+            continue;
+        }
+        const auto idIt = _byKey.constFind(key);
+        if (idIt == _byKey.constEnd())
+            continue;
+        Photo *p = photo(*idIt);
+        QStringList rest = p->files();
+        if (!rest.removeOne(path))
+            continue;
+        changed = true;
+        if (rest.isEmpty()) {
+            const QUuid id = p->id;
+            _byKey.remove(key);
+            _photos.removeIf([&](const PhotoPtr &x) { return x->id == id; });
+            _selection.remove(id);
+            _byId.remove(id);
+            continue;
+        }
+        const FolderScanner::Grouped g = FolderScanner::group(rest);
+        if (!g.items.isEmpty()) {
+            p->setFiles(g.items.first());
+            p->fileSize = g.items.first().size;
+        }
+    }
+    if (changed)
+        rebuildVisible();
+}
+
+void AppState::applySharpness(const QHash<QUuid, std::pair<double, QPointF>> &results)
+{
+    QList<QUuid> ids;
+    for (auto it = results.cbegin(); it != results.cend(); ++it)
+        if (Photo *p = photo(it.key())) {
+            p->setSharpness(it.value().first);
+            p->setFocusPoint(it.value().second);
+            ids.append(it.key());
+        }
+    if (ids.isEmpty())
+        return;
+    emit photosUpdated(ids);
+    if (_filter.sharp != SharpFilter::any)
+        rebuildVisible();
+}

@@ -1,0 +1,178 @@
+#pragma once
+// The one browser state: the open folder, its shots, the visible list, current shot, selection,
+// view mode, filter, sort, long-operation progress and toasts. GUI thread only: every Photo is
+// created, read and changed here. Workers (scan, metadata, legacy marks) hand their results back
+// in one queued step, checked against the load generation so a late result of an older folder
+// is dropped.
+#include "analysis/sharpverdict.h"
+#include "loadtoken.h"
+#include "photo.h"
+#include "photofilter.h"
+#include "sortkey.h"
+#include "viewmode.h"
+
+#include <QHash>
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+#include <QUuid>
+#include <optional>
+
+class QThreadPool;
+class QTimer;
+
+class FolderWatcher;
+class LegacyXattrReader;
+class MarksBook;
+class MetaReader;
+struct Marks;
+
+class AppState : public QObject
+{
+    Q_OBJECT
+public:
+    struct Progress {
+        QString text;
+        int done = 0;
+        int total = 0;    // 0 when unknown
+    };
+
+    explicit AppState(MarksBook &book, QObject *parent = nullptr);
+    ~AppState() override;
+
+    // ----- Opening
+    // A location handed over from outside (arguments, drops, a second launch). Ignores what does
+    // not exist; refuses with a toast while a long operation runs; a file opens its folder and is
+    // selected once the scan is applied.
+    void open(const QString &path);
+    void openFolder(const QString &folder, const QString &selectFile = {}, bool recursive = false);
+    void reload();
+    QString folder() const { return _folder; }
+    bool isRecursive() const { return _recursive; }
+    bool isLoading() const { return _loading; }
+    bool accessDenied() const { return _accessDenied; }
+    bool folderMissing() const { return _folderMissing; }
+
+    // ----- Shots
+    const QList<PhotoPtr> &photos() const { return _photos; }      // every shot, sorted
+    const QList<PhotoPtr> &visible() const { return _visible; }    // passing the filter, sorted
+    const QStringList &subfolders() const { return _subfolders; }
+    const QStringList &otherFiles() const { return _otherFiles; }
+    Photo *photo(const QUuid &id) const;
+    int visibleIndexOf(const QUuid &id) const;                      // -1 when hidden or unknown
+
+    // ----- Current shot and selection (indexes are into visible())
+    int currentIndex() const { return _currentIndex; }
+    void setCurrentIndex(int index);
+    Photo *current() const;
+    const QSet<QUuid> &selection() const { return _selection; }
+    void setSelection(const QSet<QUuid> &ids);
+    void selectAll();
+    void invertSelection();
+    void clearSelection();
+    // What a mark applies to: the selection when it holds several shots, else the current shot.
+    QList<Photo *> targets() const;
+
+    ViewMode viewMode() const { return _viewMode; }
+    void setViewMode(ViewMode m);
+
+    // ----- Marks (on targets(); the same key again removes the mark)
+    void applyColorKey(int n);     // 1…8 set/toggle, 0 removes
+    void applyRatingKey(int n);    // 1…5 set/toggle, 0 removes
+    void toggleTag();
+    void rotate(int quarterTurns); // +1 right, -1 left
+    // Sets marks directly (command line, client selection). Persists through the marks book.
+    void setMarks(Photo *p, const Marks &m);
+    bool autoAdvance() const;      // "Avanzar al marcar"
+    void setAutoAdvance(bool on);
+
+    // ----- Filter and sort
+    const PhotoFilter &filter() const { return _filter; }
+    void setFilter(const PhotoFilter &f);
+    void clearFilter();
+    SortKey sortKey() const { return _sortKey; }
+    bool sortAscending() const { return _sortAscending; }
+    void setSort(SortKey key, bool ascending);
+    SharpSensitivity sensitivity() const { return _sensitivity; }
+    void setSensitivity(SharpSensitivity s);
+    // Counts of each value of a facet over the shots that pass every other criterion.
+    QMap<QString, int> facetCounts(Facet f) const;
+
+    // ----- Long operations and messages
+    const std::optional<Progress> &progress() const { return _progress; }
+    void setProgress(std::optional<Progress> p);
+    void toast(const QString &text, bool error = false);
+
+    // ----- Files that arrive or vanish while the folder is open (camera, folder watcher)
+    // Groups new files into the open folder: a late RAW joins its JPEG. Files outside the open
+    // folder are ignored. Returns the shots added or grown.
+    QList<Photo *> addFiles(const QStringList &paths, bool markNew);
+    void removeFiles(const QStringList &paths);
+
+    // Analysis results from the background (sharpness); re-applies the filter.
+    void applySharpness(const QHash<QUuid, std::pair<double, QPointF>> &results);
+
+    quint64 generation() const { return _generation; }
+    // Whether a sidecar (.xmp) exists for the shot.
+    bool hasSidecar(const Photo &p) const;
+
+signals:
+    void folderChanged();                      // a new load began; lists are empty
+    void loaded();                             // the scan was applied
+    void photosChanged();                      // the visible list was rebuilt (membership or order)
+    void photosUpdated(const QList<QUuid> &ids);   // marks, metadata or analysis of these shots changed
+    void currentChanged(int index);
+    void selectionChanged();
+    void viewModeChanged(ViewMode mode);
+    void filterChanged();
+    void sortChanged();
+    void progressChanged();
+    void toastRequested(const QString &text, bool error);
+
+private:
+    void startScan(const QString &folder, bool recursive);
+    struct Loaded;
+    void applyScan(quint64 generation, const Loaded &loaded, const QString &selectFile);
+    void applyMeta(quint64 generation, const QList<QPair<QUuid, std::optional<PhotoMeta>>> &batch);
+    void applyLegacyMarks(quint64 generation, const QHash<QString, Marks> &marksByFile);
+    void rebuildVisible(bool keepCurrent = true);
+    void resort();
+    void persistMarks(const QList<Photo *> &changed);
+    void advanceAfterMark();
+    void watchFolder();
+
+    MarksBook &_book;
+    MetaReader *_metaReader;
+    FolderWatcher *_watcher;
+    LegacyXattrReader *_xattr;
+
+    QString _folder;
+    bool _recursive = false;
+    bool _loading = false;
+    bool _accessDenied = false;
+    bool _folderMissing = false;
+    quint64 _generation = 0;
+    LoadTokenPtr _token;
+
+    QList<PhotoPtr> _photos;
+    QList<PhotoPtr> _visible;
+    QHash<QUuid, PhotoPtr> _byId;
+    QHash<QString, QUuid> _byKey;   // grouping key → shot
+    QSet<QString> _xmpKeys;
+    QStringList _subfolders;
+    QStringList _otherFiles;
+
+    int _currentIndex = -1;
+    QSet<QUuid> _selection;
+    ViewMode _viewMode = ViewMode::grid;
+    PhotoFilter _filter;
+    SortKey _sortKey = SortKey::name;
+    bool _sortAscending = true;
+    SharpSensitivity _sensitivity = SharpSensitivity::normal;
+    std::optional<Progress> _progress;
+    QThreadPool *_scanPool;
+    QTimer *_resortTimer;   // coalesces re-sorting while metadata streams in
+};

@@ -1,0 +1,37 @@
+#pragma once
+// Watches the open folder for files added, removed or renamed by other programs
+// (inotify through QFileSystemWatcher). GUI thread only. Changes are coalesced: one report
+// about 250 ms after a burst of events, well inside a second.
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+
+class QFileSystemWatcher;
+
+class FolderWatcher : public QObject
+{
+    Q_OBJECT
+public:
+    explicit FolderWatcher(QObject *parent = nullptr);
+    // Starts watching `folder` (flat: its direct media files and sidecars). `known` are the files
+    // already shown, so the first report holds only real changes.
+    void watch(const QString &folder, const QStringList &known);
+    void stop();
+    QString folder() const { return _folder; }
+
+signals:
+    // Absolute paths of media files and sidecars that appeared or vanished. A rename reports the
+    // old name as removed and the new one as added.
+    void filesChanged(const QStringList &added, const QStringList &removed);
+    // The folder itself vanished (deleted or unmounted).
+    void folderGone(const QString &folder);
+
+private:
+    void rescan();
+    QFileSystemWatcher *_watcher = nullptr;
+    QTimer _debounce;
+    QString _folder;
+    QSet<QString> _known;   // absolute paths of the media files and sidecars seen
+};

@@ -1,0 +1,2 @@
+#pragma once
+enum class ViewMode { grid, preview, compare };

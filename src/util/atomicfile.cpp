@@ -1,0 +1,91 @@
+#include "atomicfile.h"
+
+#include <QFile>
+#include <QUuid>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace AtomicFile {
+namespace {
+const char *g_failAt = nullptr;
+
+bool failHere(const char *step)
+{
+    if (g_failAt && std::strcmp(g_failAt, step) == 0) {
+        errno = EIO;
+        return true;
+    }
+    return false;
+}
+
+Result fail(int e) { return {describeErrno(e), e}; }
+} // namespace
+
+void setFailureForTesting(const char *step) { g_failAt = step; }
+
+QString describeErrno(int e)
+{
+    switch (e) {
+    case EACCES:
+    case EPERM:
+    case EROFS: return QStringLiteral("la carpeta es de solo lectura");
+    case ENOSPC:
+    case EDQUOT: return QStringLiteral("el disco está lleno");
+    case ENOENT:
+    case ENOTDIR: return QStringLiteral("la carpeta ya no existe");
+    case EIO: return QStringLiteral("error de lectura o escritura en el disco");
+    default: return QStringLiteral("error del sistema (%1)").arg(QString::fromLocal8Bit(std::strerror(e)));
+    }
+}
+
+Result write(const QString &target, const QByteArray &data)
+{
+    const qsizetype slash = target.lastIndexOf(QLatin1Char('/'));
+    const QString folder = slash <= 0 ? QStringLiteral("/") : target.left(slash);
+    const QString temp = folder + QStringLiteral("/.corvane-")
+                         + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".part");
+    const QByteArray tempNative = QFile::encodeName(temp);
+
+    const int fd = failHere("open") ? -1 : ::open(tempNative.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return fail(errno);
+    const char *p = data.constData();
+    qsizetype left = data.size();
+    while (left > 0) {
+        const ssize_t n = failHere("write") ? -1 : ::write(fd, p, size_t(left));
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            const int e = errno;
+            ::close(fd);
+            ::unlink(tempNative.constData());
+            return fail(e);
+        }
+        p += n;
+        left -= n;
+    }
+    if (failHere("sync") || ::fsync(fd) != 0) {
+        const int e = errno;
+        ::close(fd);
+        ::unlink(tempNative.constData());
+        return fail(e);
+    }
+    ::close(fd);
+    if (failHere("rename") || ::rename(tempNative.constData(), QFile::encodeName(target).constData()) != 0) {
+        const int e = errno;
+        ::unlink(tempNative.constData());
+        return fail(e);
+    }
+    // Make the rename itself durable.
+    const int dirFd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd >= 0) {
+        ::fsync(dirFd);
+        ::close(dirFd);
+    }
+    return {};
+}
+
+} // namespace AtomicFile

@@ -1,0 +1,111 @@
+// The command line as a user runs it: the real executable on real folders.
+#include "marks/marksfile.h"
+#include "testenv.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+namespace {
+struct Run {
+    int status = -1;
+    QByteArray out, err;
+};
+Run corvane(const QStringList &args)
+{
+    QProcess p;
+    p.start(qEnvironmentVariable("CORVANE_BIN"), args);
+    p.waitForFinished(30000);
+    return {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
+}
+} // namespace
+
+class TestCli : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase()
+    {
+        TestEnv::isolate();
+        QVERIFY2(QFile::exists(qEnvironmentVariable("CORVANE_BIN")), "CORVANE_BIN must name the built corvane");
+    }
+
+    void scanJson()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("A.NEF"), QByteArray(10, 'n'));
+        TestEnv::touch(dir.filePath("A.JPG"), QByteArray(5, 'j'));
+        TestEnv::touch(dir.filePath("A.xmp"), "<x/>");
+        TestEnv::touch(dir.filePath("clip.mp4"));
+        TestEnv::touch(dir.filePath("sub/b.jpg"));
+        const Run r = corvane({"scan", "--json", dir.path()});
+        QCOMPARE(r.status, 0);
+        const QJsonObject root = QJsonDocument::fromJson(r.out).object();
+        const QJsonArray items = root.value("items").toArray();
+        QCOMPARE(items.size(), 2);
+        QJsonObject pair;
+        for (const QJsonValue &v : items)
+            if (v.toObject().value("badge").toString() == "NEF+JPG")
+                pair = v.toObject();
+        QVERIFY(pair.value("url").toString().endsWith("/A.NEF"));
+        QVERIFY(pair.value("previewURL").toString().endsWith("/A.JPG"));
+        QCOMPARE(pair.value("previewIsRaw").toBool(), false);
+        QCOMPARE(pair.value("size").toInt(), 15);
+        QCOMPARE(pair.value("hasSidecar").toBool(), true);
+        QCOMPARE(pair.value("files").toArray().size(), 2);
+        QCOMPARE(root.value("subfolders").toArray().size(), 1);
+        QCOMPARE(root.value("folderCount").toInt(), 1);
+        QCOMPARE(root.value("truncated").toBool(), false);
+        QCOMPARE(root.value("denied").toBool(), false);
+
+        const Run rec = corvane({"scan", "--recursive", "--json", dir.path()});
+        QCOMPARE(QJsonDocument::fromJson(rec.out).object().value("items").toArray().size(), 3);
+        QCOMPARE(QJsonDocument::fromJson(rec.out).object().value("folderCount").toInt(), 2);
+        // Plain text: one line per shot.
+        const Run text = corvane({"scan", dir.path()});
+        QVERIFY(text.out.contains("NEF+JPG\t15\t"));
+    }
+
+    void markThenMarks()
+    {
+        QTemporaryDir dir;
+        const QString nef = TestEnv::touch(dir.filePath("IMG_1.NEF"));
+        TestEnv::touch(dir.filePath("IMG_1.JPG"));
+        const QString b = TestEnv::touch(dir.filePath("b.jpg"));
+        Run r = corvane({"mark", "--color", "3", "--rating", "4", "--tag", "on", "--rotate", "1", nef, b});
+        QCOMPARE(r.status, 0);
+        // On disk as soon as the command returns.
+        auto f = MarksFile::load(dir.path());
+        QVERIFY(f);
+        QCOMPARE(f->marks.value("img_1"), Marks::from(ColorClass::c3, 4, true, 1, {}));
+        // Options left out keep their marks; --rotate adds quarter turns.
+        r = corvane({"mark", "--rating", "0", "--rotate", "-2", dir.filePath("IMG_1.JPG")});
+        QCOMPARE(r.status, 0);
+        f = MarksFile::load(dir.path());
+        QCOMPARE(f->marks.value("img_1"), Marks::from(ColorClass::c3, 0, true, 3, {}));
+
+        r = corvane({"marks", "--json", dir.path()});
+        QCOMPARE(r.status, 0);
+        const QJsonObject marks = QJsonDocument::fromJson(r.out).object().value("marks").toObject();
+        QCOMPARE(marks.value("b").toObject().value("c").toInt(), 3);
+        QCOMPARE(marks.value("img_1").toObject().value("o").toInt(), 3);
+    }
+
+    void badUsageAndFailures()
+    {
+        QTemporaryDir dir;
+        QCOMPARE(corvane({"mark", "--color", "9", dir.filePath("x.jpg")}).status, 2);
+        QCOMPARE(corvane({"mark", "--tag", "maybe", dir.filePath("x.jpg")}).status, 2);
+        QCOMPARE(corvane({"scan"}).status, 2);
+        QCOMPARE(corvane({"scan", "--bogus", dir.path()}).status, 2);
+        const Run missing = corvane({"mark", "--color", "1", dir.filePath("missing.jpg")});
+        QCOMPARE(missing.status, 1);
+        QVERIFY(QString::fromUtf8(missing.err).contains(QStringLiteral("No existe")));
+        QCOMPARE(corvane({"scan", dir.filePath("nothing")}).status, 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCli)
+#include "tst_cli.moc"

@@ -1,0 +1,282 @@
+// The browser state end to end on real folders: open, marks keys, filter, sort, arrivals.
+#include "marks/marksbook.h"
+#include "marks/marksstore.h"
+#include "model/appstate.h"
+#include "testenv.h"
+
+#include <QSettings>
+#include <QtTest>
+
+namespace {
+QStringList visibleNames(const AppState &s)
+{
+    QStringList out;
+    for (const PhotoPtr &p : s.visible())
+        out << p->name();
+    return out;
+}
+} // namespace
+
+class TestAppState : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<MarksStore> store;
+    std::unique_ptr<MarksBook> book;
+    std::unique_ptr<AppState> state;
+
+    void fresh()
+    {
+        state.reset();
+        book.reset();
+        store.reset();
+        store = std::make_unique<MarksStore>();
+        book = std::make_unique<MarksBook>(store.get());
+        state = std::make_unique<AppState>(*book);
+    }
+    void openAndWait(const QString &path)
+    {
+        QSignalSpy loaded(state.get(), &AppState::loaded);
+        state->open(path);
+        QVERIFY(loaded.wait(5000));
+    }
+
+private slots:
+    void initTestCase() { TestEnv::isolate(); }
+    void init() { fresh(); }
+    void cleanup()
+    {
+        state.reset();
+        book.reset();
+        store.reset();
+        QSettings().clear();
+    }
+
+    void opensAFolderAndAFile()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("IMG_10.JPG"));
+        TestEnv::touch(dir.filePath("IMG_2.JPG"));
+        TestEnv::touch(dir.filePath("IMG_2.CR2"));
+        TestEnv::touch(dir.filePath("notas.txt"));
+        QDir(dir.path()).mkdir("Ceremonia");
+        openAndWait(dir.path());
+        QCOMPARE(visibleNames(*state), QStringList({"IMG_2.CR2", "IMG_10.JPG"}));
+        QCOMPARE(state->subfolders().size(), 1);
+        QCOMPARE(state->otherFiles().size(), 1);
+        QCOMPARE(state->currentIndex(), 0);
+        // A file opens its folder and becomes the current shot.
+        openAndWait(dir.filePath("IMG_10.JPG"));
+        QCOMPARE(state->current()->name(), QStringLiteral("IMG_10.JPG"));
+        // Nothing happens for a path that does not exist.
+        QSignalSpy changed(state.get(), &AppState::folderChanged);
+        state->open(dir.filePath("nope"));
+        QCOMPARE(changed.size(), 0);
+    }
+
+    void busyRefusesWithAToast()
+    {
+        QTemporaryDir dir;
+        state->setProgress(AppState::Progress{"Copiando", 1, 10});
+        QSignalSpy toasts(state.get(), &AppState::toastRequested);
+        state->open(dir.path());
+        QCOMPARE(toasts.size(), 1);
+        QCOMPARE(toasts.first().first().toString(),
+                 QStringLiteral("Termina la operación en curso y vuelve a soltar «%1»").arg(QFileInfo(dir.path()).fileName()));
+        QVERIFY(state->folder().isEmpty());
+    }
+
+    void colourAndStarKeysToggle()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("a.jpg"));
+        TestEnv::touch(dir.filePath("b.jpg"));
+        openAndWait(dir.path());
+        Photo *a = state->current();
+        state->applyColorKey(3);
+        QCOMPARE(a->colorClass(), ColorClass::c3);
+        state->applyColorKey(3);
+        QCOMPARE(a->colorClass(), ColorClass::none);
+        state->applyColorKey(5);
+        state->applyColorKey(2);
+        QCOMPARE(a->colorClass(), ColorClass::c2);
+        state->applyColorKey(0);
+        QCOMPARE(a->colorClass(), ColorClass::none);
+        state->applyRatingKey(4);
+        QCOMPARE(a->rating(), 4);
+        state->applyRatingKey(4);
+        QCOMPARE(a->rating(), 0);
+        state->applyRatingKey(2);
+        state->applyRatingKey(0);
+        QCOMPARE(a->rating(), 0);
+        state->toggleTag();
+        QVERIFY(a->tagged());
+        state->rotate(-1);
+        QCOMPARE(a->rotation(), 3);
+        store->flush();
+        QCOMPARE(MarksFile::load(dir.path())->marks.value("a"), Marks::from(ColorClass::none, 0, true, 3, {}));
+    }
+
+    void marksApplyToTheSelection()
+    {
+        QTemporaryDir dir;
+        for (const char *n : {"a.jpg", "b.jpg", "c.jpg"})
+            TestEnv::touch(dir.filePath(n));
+        openAndWait(dir.path());
+        state->selectAll();
+        state->visible()[1]->setColorClass(ColorClass::c1);
+        state->applyColorKey(1);   // not all red yet: all become red
+        for (const PhotoPtr &p : state->visible())
+            QCOMPARE(p->colorClass(), ColorClass::c1);
+        state->applyColorKey(1);   // all red: all cleared
+        for (const PhotoPtr &p : state->visible())
+            QCOMPARE(p->colorClass(), ColorClass::none);
+    }
+
+    void marksSurviveReopening()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("DSC_1.NEF"));
+        TestEnv::touch(dir.filePath("DSC_1.JPG"));
+        openAndWait(dir.path());
+        state->applyColorKey(6);
+        state->applyRatingKey(5);
+        fresh();   // closes the store: pending marks are written
+        QVERIFY(QFile::exists(dir.filePath(".corvane.json")));
+        openAndWait(dir.path());
+        QCOMPARE(state->current()->colorClass(), ColorClass::c6);
+        QCOMPARE(state->current()->rating(), 5);
+    }
+
+    void filterHidesAndCurrentStaysInPlace()
+    {
+        QTemporaryDir dir;
+        for (const char *n : {"1.jpg", "2.jpg", "3.jpg", "4.jpg"})
+            TestEnv::touch(dir.filePath(n));
+        openAndWait(dir.path());
+        for (int i : {0, 1, 2}) {
+            state->setCurrentIndex(i);
+            state->applyColorKey(1);
+        }
+        PhotoFilter f;
+        f.colors = {ColorClass::c1};
+        state->setFilter(f);
+        QCOMPARE(visibleNames(*state), QStringList({"1.jpg", "2.jpg", "3.jpg"}));
+        state->setCurrentIndex(1);
+        state->applyColorKey(0);   // "2.jpg" leaves the filter; the next shot takes its place
+        QCOMPARE(visibleNames(*state), QStringList({"1.jpg", "3.jpg"}));
+        QCOMPARE(state->current()->name(), QStringLiteral("3.jpg"));
+        state->clearFilter();
+        QCOMPARE(state->visible().size(), 4);
+    }
+
+    void autoAdvanceMovesToTheNextShot()
+    {
+        QTemporaryDir dir;
+        for (const char *n : {"1.jpg", "2.jpg"})
+            TestEnv::touch(dir.filePath(n));
+        openAndWait(dir.path());
+        state->setAutoAdvance(true);
+        state->applyRatingKey(3);
+        QCOMPARE(state->currentIndex(), 1);
+    }
+
+    void sortIsKeptAcrossRestarts()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("small.jpg"), "1");
+        TestEnv::touch(dir.filePath("big.jpg"), QByteArray(1000, 'x'));
+        openAndWait(dir.path());
+        QSignalSpy changed(state.get(), &AppState::photosChanged);
+        state->setSort(SortKey::size, false);
+        QVERIFY(changed.wait(2000));
+        QCOMPARE(visibleNames(*state), QStringList({"big.jpg", "small.jpg"}));
+        QCOMPARE(QSettings().value("sortKey").toString(), QStringLiteral("size"));
+        fresh();
+        QCOMPARE(state->sortKey(), SortKey::size);
+        QCOMPARE(state->sortAscending(), false);
+        QSettings().setValue("sortKey", "foo");
+        fresh();
+        QCOMPARE(state->sortKey(), SortKey::name);
+    }
+
+    void lateRawJoinsItsJpegAsNew()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("DSC_5.JPG"));
+        openAndWait(dir.path());
+        state->applyColorKey(2);
+        const QString nef = TestEnv::touch(dir.filePath("DSC_5.NEF"));
+        const QString other = TestEnv::touch(dir.filePath("DSC_6.JPG"));
+        state->addFiles({nef, other, "/elsewhere/x.jpg"}, true);
+        QCOMPARE(state->photos().size(), 2);
+        Photo *pair = state->visible()[0].get();
+        QCOMPARE(pair->badge, QStringLiteral("NEF+JPG"));
+        QCOMPARE(pair->colorClass(), ColorClass::c2);   // same key, same marks
+        QVERIFY(pair->isNew());
+        PhotoFilter f;
+        f.newOnly = true;
+        state->setFilter(f);
+        QCOMPARE(state->visible().size(), 2);
+        state->removeFiles({nef});
+        QCOMPARE(state->visible()[0]->badge, QStringLiteral("JPG"));
+        state->removeFiles({dir.filePath("DSC_5.JPG")});
+        QCOMPARE(visibleNames(*state), QStringList({"DSC_6.JPG"}));
+    }
+
+    void watcherShowsFilesAddedByOtherPrograms()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("a.jpg"));
+        openAndWait(dir.path());
+        TestEnv::touch(dir.filePath("b.jpg"));
+        QTRY_COMPARE_WITH_TIMEOUT(state->photos().size(), 2, 2000);
+        QFile::remove(dir.filePath("a.jpg"));
+        QTRY_COMPARE_WITH_TIMEOUT(visibleNames(*state), QStringList({"b.jpg"}), 2000);
+        QVERIFY(state->visible()[0]->isNew());
+    }
+
+    void deletedFolderWhileOpen()
+    {
+        auto dir = std::make_unique<QTemporaryDir>();
+        const QString path = dir->path();
+        TestEnv::touch(dir->filePath("a.jpg"));
+        openAndWait(path);
+        QSignalSpy toasts(state.get(), &AppState::toastRequested);
+        dir.reset();
+        QTRY_VERIFY_WITH_TIMEOUT(state->folderMissing(), 2000);
+        QVERIFY(state->visible().isEmpty());
+        QCOMPARE(toasts.size(), 1);
+    }
+
+    void recursiveOpenShowsProgressAndEveryFolder()
+    {
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("a/1.jpg"));
+        TestEnv::touch(dir.filePath("b/c/2.jpg"));
+        QSignalSpy loaded(state.get(), &AppState::loaded);
+        state->openFolder(dir.path(), {}, true);
+        QVERIFY(state->progress().has_value());
+        QVERIFY(loaded.wait(5000));
+        QVERIFY(!state->progress().has_value());
+        QCOMPARE(state->photos().size(), 2);
+    }
+
+    void facetCountsLeaveTheirOwnSelectionOut()
+    {
+        QTemporaryDir dir;
+        for (const char *n : {"a.jpg", "b.nef", "c.nef"})
+            TestEnv::touch(dir.filePath(n));
+        openAndWait(dir.path());
+        PhotoFilter f;
+        f.meta[Facet::fileType] = {"JPG"};
+        state->setFilter(f);
+        QCOMPARE(state->visible().size(), 1);
+        const auto counts = state->facetCounts(Facet::fileType);
+        QCOMPARE(counts.value("NEF"), 2);
+        QCOMPARE(counts.value("JPG"), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAppState)
+#include "tst_appstate.moc"

@@ -1,0 +1,331 @@
+// The filter rule, the sort orders and the sharpness verdict.
+#include "analysis/sharpverdict.h"
+#include "model/naturalcompare.h"
+#include "model/photo.h"
+#include "model/photofilter.h"
+#include "model/sortkey.h"
+#include "testenv.h"
+
+#include <QtTest>
+
+namespace {
+PhotoPtr shot(const QString &name, const QString &badge = "JPG")
+{
+    ScannedItem item;
+    item.url = "/fotos/" + name;
+    item.previewURL = item.url;
+    item.files = {item.url};
+    item.badge = badge;
+    return std::make_shared<Photo>(item);
+}
+PhotoMeta meta(const QString &model, const QString &lens)
+{
+    PhotoMeta m;
+    m.make = "Canon";
+    m.model = model;
+    m.lens = lens;
+    return m;
+}
+QStringList names(const QList<PhotoPtr> &list)
+{
+    QStringList out;
+    for (const PhotoPtr &p : list)
+        out << p->name();
+    return out;
+}
+} // namespace
+
+class TestPhotoFilter : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { TestEnv::isolate(); }
+
+    void emptyFilterPassesEverything()
+    {
+        PhotoFilter f;
+        QVERIFY(f.isEmpty());
+        auto p = shot("a.jpg");
+        p->setColorClass(ColorClass::c3);
+        p->setRating(0);
+        QVERIFY(f.passes(*p, SharpSensitivity::normal));
+        QVERIFY(f.passes(*shot("b.jpg"), SharpSensitivity::strict));
+    }
+
+    void marksCriteria()
+    {
+        auto red = shot("red.jpg");
+        red->setColorClass(ColorClass::c1);
+        red->setRating(3);
+        red->setTagged(true);
+        auto plain = shot("plain.jpg");
+        PhotoFilter f;
+        f.colors = {ColorClass::c1, ColorClass::c4};
+        QVERIFY(f.passes(*red, SharpSensitivity::normal));
+        QVERIFY(!f.passes(*plain, SharpSensitivity::normal));
+        f.colors = {ColorClass::none};   // "Sin color"
+        QVERIFY(!f.passes(*red, SharpSensitivity::normal));
+        QVERIFY(f.passes(*plain, SharpSensitivity::normal));
+        f = {};
+        f.minRating = 3;
+        QVERIFY(f.passes(*red, SharpSensitivity::normal));
+        f.minRating = 4;
+        QVERIFY(!f.passes(*red, SharpSensitivity::normal));
+        f = {};
+        f.tag = TagFilter::tagged;
+        QVERIFY(f.passes(*red, SharpSensitivity::normal));
+        QVERIFY(!f.passes(*plain, SharpSensitivity::normal));
+        f.tag = TagFilter::untagged;
+        QVERIFY(!f.passes(*red, SharpSensitivity::normal));
+        QVERIFY(f.passes(*plain, SharpSensitivity::normal));
+    }
+
+    void burstBestShowsOnePerBurstAndEveryLoneShot()
+    {
+        QList<PhotoPtr> all;
+        for (int i = 0; i < 5; ++i) {
+            auto p = shot(QStringLiteral("burst%1.jpg").arg(i));
+            p->setBurstCount(5);
+            p->setBurstIndex(i);
+            p->setIsBurstBest(i == 2);
+            all << p;
+        }
+        all << shot("alone.jpg");
+        PhotoFilter f;
+        f.burstBestOnly = true;
+        QStringList shown;
+        for (const PhotoPtr &p : all)
+            if (f.passes(*p, SharpSensitivity::normal))
+                shown << p->name();
+        QCOMPARE(shown, QStringList({"burst2.jpg", "alone.jpg"}));
+    }
+
+    void newOnly()
+    {
+        auto fresh = shot("new.jpg");
+        fresh->setIsNew(true);
+        PhotoFilter f;
+        f.newOnly = true;
+        QVERIFY(f.passes(*fresh, SharpSensitivity::normal));
+        QVERIFY(!f.passes(*shot("old.jpg"), SharpSensitivity::normal));
+    }
+
+    void sharpnessFilterHidesUnmeasuredAndDoubtful()
+    {
+        auto unmeasured = shot("u.jpg");
+        auto blurry = shot("b.jpg");
+        blurry->setSharpness(50);
+        auto doubtful = shot("d.jpg");
+        doubtful->setSharpness(200);   // normal: 110 ≤ 200 < 275
+        auto sharp = shot("s.jpg");
+        sharp->setSharpness(900);
+        auto eyes = shot("e.jpg");
+        eyes->setEyesClosed(true);
+        PhotoFilter f;
+        f.sharp = SharpFilter::blurry;
+        QVERIFY(!f.passes(*unmeasured, SharpSensitivity::normal));
+        QVERIFY(f.passes(*blurry, SharpSensitivity::normal));
+        QVERIFY(!f.passes(*doubtful, SharpSensitivity::normal));
+        f.sharp = SharpFilter::sharp;
+        QVERIFY(!f.passes(*unmeasured, SharpSensitivity::normal));
+        QVERIFY(!f.passes(*doubtful, SharpSensitivity::normal));
+        QVERIFY(f.passes(*sharp, SharpSensitivity::normal));
+        QVERIFY(f.passes(*doubtful, SharpSensitivity::loose));   // 200 ≥ 150 under "loose"
+        f.sharp = SharpFilter::eyesClosed;
+        QVERIFY(f.passes(*eyes, SharpSensitivity::normal));
+        QVERIFY(!f.passes(*sharp, SharpSensitivity::normal));
+    }
+
+    void facetsAreAlternativesWithinAndAndAcross()
+    {
+        auto a = shot("a.jpg");
+        a->setMeta(meta("Canon EOS R6", "RF 50mm"));
+        auto b = shot("b.jpg");
+        b->setMeta(meta("Canon EOS R6", "RF 85mm"));
+        auto c = shot("c.jpg");
+        c->setMeta(meta("Canon EOS R6", "RF 24-70mm"));
+        auto d = shot("d.jpg");
+        d->setMeta(meta("Canon EOS R5", "RF 50mm"));
+        auto noLens = shot("n.jpg");
+        noLens->setMeta(meta("Canon EOS R6", ""));
+        PhotoFilter f;
+        f.meta[Facet::lens] = {"RF 50mm", "RF 85mm"};
+        f.meta[Facet::camera] = {"Canon EOS R6"};
+        QStringList shown;
+        for (const PhotoPtr &p : {a, b, c, d, noLens})
+            if (f.passes(*p, SharpSensitivity::normal))
+                shown << p->name();
+        QCOMPARE(shown, QStringList({"a.jpg", "b.jpg"}));
+        // Counting lenses ignores the lens selection itself but keeps the camera one.
+        QVERIFY(f.passes(*c, SharpSensitivity::normal, Facet::lens));
+        QVERIFY(!f.passes(*d, SharpSensitivity::normal, Facet::lens));
+        // An emptied facet imposes nothing, in the counting test too.
+        f.meta[Facet::iso] = {};
+        QVERIFY(f.passes(*a, SharpSensitivity::normal, Facet::lens));
+        QVERIFY(f.passes(*a, SharpSensitivity::normal));
+    }
+
+    void fileTypeFacetOffersBothMembersOfAPair()
+    {
+        auto pair = shot("DSC_1.NEF", "NEF+JPG");
+        PhotoFilter f;
+        f.meta[Facet::fileType] = {"JPG"};
+        QVERIFY(f.passes(*pair, SharpSensitivity::normal));
+    }
+
+    void wordsMustAllBeFoundWithoutCaseOrAccents()
+    {
+        auto p = shot("Boda_Ana.jpg");
+        PhotoMeta m = meta("Canon EOS R6", "RF 50mm");
+        m.keywords = {"Ceremonia", "Niño"};
+        p->setMeta(m);
+        PhotoFilter f;
+        f.setText("  boda  NINO ");
+        QCOMPARE(f.words, QStringList({"boda", "nino"}));
+        QVERIFY(f.passes(*p, SharpSensitivity::normal));
+        f.setText("boda banquete");
+        QVERIFY(!f.passes(*p, SharpSensitivity::normal));
+        // The cached text follows new metadata.
+        m.keywords << "Banquete";
+        p->setMeta(m);
+        QVERIFY(f.passes(*p, SharpSensitivity::normal));
+    }
+
+    void person()
+    {
+        auto p = shot("a.jpg");
+        const QUuid ana = QUuid::createUuid();
+        PhotoFilter f;
+        f.person = ana;
+        QVERIFY(!f.passes(*p, SharpSensitivity::normal));
+        p->personIDs.insert(ana);
+        QVERIFY(f.passes(*p, SharpSensitivity::normal));
+    }
+
+    void advancedQueryRejectsNothingYet()
+    {
+        PhotoFilter f;
+        f.advanced = QStringLiteral("rating > 3");
+        QVERIFY(f.passes(*shot("a.jpg"), SharpSensitivity::normal));
+    }
+
+    void verdictTable_data()
+    {
+        QTest::addColumn<QString>("sensitivity");
+        QTest::addColumn<double>("score");
+        QTest::addColumn<double>("face");   // < 0: none
+        QTest::addColumn<int>("level");
+        QTest::newRow("strict 400 doubtful") << "strict" << 400.0 << -1.0 << 2;
+        QTest::newRow("normal 400 sharp") << "normal" << 400.0 << -1.0 << 3;
+        QTest::newRow("normal 109 blurry") << "normal" << 109.0 << -1.0 << 1;
+        QTest::newRow("normal 275 sharp") << "normal" << 275.0 << -1.0 << 3;
+        QTest::newRow("loose 59 blurry") << "loose" << 59.0 << -1.0 << 1;
+        QTest::newRow("unknown means normal") << "foo" << 200.0 << -1.0 << 2;
+        QTest::newRow("face strict") << "strict" << 0.0 << 0.98 << 1;
+        QTest::newRow("face normal") << "normal" << 900.0 << 0.98 << 1;
+        QTest::newRow("face loose") << "loose" << 900.0 << 0.98 << 2;
+        QTest::newRow("face normal no band") << "normal" << 0.0 << 1.0 << 3;
+        QTest::newRow("face strict band") << "strict" << 0.0 << 1.05 << 2;
+    }
+    void verdictTable()
+    {
+        QFETCH(QString, sensitivity);
+        QFETCH(double, score);
+        QFETCH(double, face);
+        QFETCH(int, level);
+        auto p = shot("a.jpg");
+        p->setSharpness(score);
+        if (face >= 0)
+            p->setFaceSharpness(face);
+        QCOMPARE(sharpVerdict(*p, sharpSensitivityFromString(sensitivity)), level);
+    }
+    void verdictReasons()
+    {
+        auto p = shot("a.jpg");
+        QCOMPARE(sharpVerdict(*p, SharpSensitivity::normal), 0);
+        p->setSharpness(20);
+        QVERIFY(sharpReason(*p, SharpSensitivity::normal).startsWith(QStringLiteral("Desenfocada o movida · ")));
+        p->setFaceSharpness(0.5);
+        QVERIFY(sharpReason(*p, SharpSensitivity::normal).startsWith(QStringLiteral("Ojos desenfocados · ")));
+        p->setFaceSharpness(1.5);
+        QVERIFY(sharpReason(*p, SharpSensitivity::normal).isEmpty());
+    }
+
+    void naturalOrder()
+    {
+        QVERIFY(naturalLess("IMG_2.jpg", "IMG_10.jpg"));
+        QVERIFY(naturalLess("img_2", "IMG_3"));
+        QVERIFY(!naturalLess("IMG_10", "IMG_9"));
+        QVERIFY(naturalCompare("a.jpg", "A.jpg") != 0);   // a total order all the same
+    }
+
+    void sortKeysRoundTripAndUnknownIsName()
+    {
+        for (SortKey k : allSortKeys())
+            QCOMPARE(sortKeyFromString(sortKeyToString(k)), k);
+        QCOMPARE(sortKeyFromString("foo"), SortKey::name);
+        QCOMPARE(sortKeyFromString(""), SortKey::name);
+        QCOMPARE(allSortKeys().size(), 8);
+    }
+
+    void sortByNameIsNatural()
+    {
+        QList<PhotoPtr> list{shot("IMG_10.jpg"), shot("IMG_2.jpg"), shot("img_1.jpg")};
+        sortPhotos(list, SortKey::name, true);
+        QCOMPARE(names(list), QStringList({"img_1.jpg", "IMG_2.jpg", "IMG_10.jpg"}));
+        sortPhotos(list, SortKey::name, false);
+        QCOMPARE(names(list), QStringList({"IMG_10.jpg", "IMG_2.jpg", "img_1.jpg"}));
+    }
+
+    void missingValuesGoLastAndTiesByName()
+    {
+        auto a = shot("c.jpg");
+        auto b = shot("b.jpg");
+        auto none1 = shot("z.jpg");
+        auto none2 = shot("y.jpg");
+        PhotoMeta early, late;
+        early.captureDate = QDateTime(QDate(2026, 6, 1), QTime(10, 0));
+        late.captureDate = QDateTime(QDate(2026, 6, 1), QTime(11, 0));
+        a->setMeta(late);
+        b->setMeta(early);
+        QList<PhotoPtr> list{none1, a, none2, b};
+        sortPhotos(list, SortKey::captureDate, true);
+        QCOMPARE(names(list), QStringList({"b.jpg", "c.jpg", "y.jpg", "z.jpg"}));
+        sortPhotos(list, SortKey::captureDate, false);
+        QCOMPARE(names(list), QStringList({"c.jpg", "b.jpg", "y.jpg", "z.jpg"}));
+        // The camera clock offset moves the capture date.
+        b->setTimeOffset(2 * 3600);
+        sortPhotos(list, SortKey::captureDate, true);
+        QCOMPARE(names(list).first(), QStringLiteral("c.jpg"));
+        // Equal sizes fall back to the name.
+        for (const PhotoPtr &p : list)
+            p->fileSize = 10;
+        sortPhotos(list, SortKey::size, false);
+        QCOMPARE(names(list), QStringList({"b.jpg", "c.jpg", "y.jpg", "z.jpg"}));
+    }
+
+    void sortByDimensionsTypeAndTaste()
+    {
+        auto big = shot("big.jpg");
+        auto small = shot("small.jpg");
+        auto raw = shot("r.nef", "NEF");
+        PhotoMeta m;
+        m.width = 6000;
+        m.height = 4000;
+        big->setMeta(m);
+        m.width = 600;
+        m.height = 400;
+        small->setMeta(m);
+        QList<PhotoPtr> list{small, raw, big};
+        sortPhotos(list, SortKey::dimensions, false);
+        QCOMPARE(names(list), QStringList({"big.jpg", "small.jpg", "r.nef"}));
+        sortPhotos(list, SortKey::type, true);
+        QCOMPARE(names(list), QStringList({"big.jpg", "small.jpg", "r.nef"}));
+        raw->setTasteScore(0.9);
+        sortPhotos(list, SortKey::taste, true);
+        QCOMPARE(names(list).first(), QStringLiteral("r.nef"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPhotoFilter)
+#include "tst_photofilter.moc"
