@@ -9,10 +9,7 @@
 #include "model/folderscanner.h"
 #include "model/loadtoken.h"
 
-#if __has_include("sampleshoot.h")
 #include "sampleshoot.h"
-#define CORVANE_HAS_SAMPLE_SHOOT 1
-#endif
 
 #include <QCoreApplication>
 #include <QDir>
@@ -218,7 +215,6 @@ int sampleShoot(const QStringList &args)
 {
     if (args.size() != 1)
         return 2;
-#ifdef CORVANE_HAS_SAMPLE_SHOOT
     TerminalProgress bar;
     const QString error = SampleShoot::generate(args.first(), [&](int done, int total) {
         bar.update(QStringLiteral("Creando la sesión de ejemplo"), done, total);
@@ -230,10 +226,6 @@ int sampleShoot(const QStringList &args)
     }
     out(QDir(args.first()).absolutePath());
     return 0;
-#else
-    err(QStringLiteral("Esta compilación no incluye la sesión de ejemplo."));
-    return 1;
-#endif
 }
 
 } // namespace Commands

@@ -188,6 +188,9 @@ private slots:
         TestEnv::touch(dir.filePath("big.jpg"), QByteArray(1000, 'x'));
         openAndWait(dir.path());
         QSignalSpy changed(state.get(), &AppState::photosChanged);
+        state->setSort(SortKey::size, true);
+        QVERIFY(changed.wait(2000));
+        QCOMPARE(visibleNames(*state), QStringList({"small.jpg", "big.jpg"}));
         state->setSort(SortKey::size, false);
         QVERIFY(changed.wait(2000));
         QCOMPARE(visibleNames(*state), QStringList({"big.jpg", "small.jpg"}));

@@ -223,7 +223,9 @@ private slots:
         QTest::newRow("unknown means normal") << "foo" << 200.0 << -1.0 << 2;
         QTest::newRow("face strict") << "strict" << 0.0 << 0.98 << 1;
         QTest::newRow("face normal") << "normal" << 900.0 << 0.98 << 1;
-        QTest::newRow("face loose") << "loose" << 900.0 << 0.98 << 2;
+        QTest::newRow("face loose sharp") << "loose" << 900.0 << 0.98 << 3;
+        QTest::newRow("face loose band") << "loose" << 900.0 << 0.95 << 2;
+        QTest::newRow("face loose blurry") << "loose" << 900.0 << 0.92 << 1;
         QTest::newRow("face normal no band") << "normal" << 0.0 << 1.0 << 3;
         QTest::newRow("face strict band") << "strict" << 0.0 << 1.05 << 2;
     }
