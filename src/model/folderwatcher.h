@@ -2,6 +2,7 @@
 // Watches the open folder for files added, removed or renamed by other programs
 // (inotify through QFileSystemWatcher). GUI thread only. Changes are coalesced: one report
 // about 250 ms after a burst of events, well inside a second.
+#include <QElapsedTimer>
 #include <QObject>
 #include <QSet>
 #include <QString>
@@ -29,9 +30,11 @@ signals:
     void folderGone(const QString &folder);
 
 private:
+    void onDirectoryChanged();
     void rescan();
     QFileSystemWatcher *_watcher = nullptr;
     QTimer _debounce;
+    QElapsedTimer _burst;   // since the first event of the burst waiting in _debounce
     QString _folder;
     QSet<QString> _known;   // absolute paths of the media files and sidecars seen
 };
