@@ -253,6 +253,29 @@ private slots:
         QVERIFY(sharpReason(*p, SharpSensitivity::normal).isEmpty());
     }
 
+    void cameraNamesAreWhatPhotographersSay_data()
+    {
+        QTest::addColumn<QString>("make");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("canon") << "Canon" << "Canon EOS R6" << "Canon EOS R6";
+        QTest::newRow("nikon") << "NIKON CORPORATION" << "NIKON Z 6_2" << "NIKON Z 6_2";
+        QTest::newRow("fuji") << "FUJIFILM" << "X-T4" << "FUJIFILM X-T4";
+        QTest::newRow("kodak") << "Eastman Kodak Company" << "Kodak Digital Science DC50" << "Kodak Digital Science DC50";
+        QTest::newRow("olympus") << "OLYMPUS OPTICAL CO.,LTD" << "E-20" << "OLYMPUS E-20";
+        QTest::newRow("model only") << "" << "X100V" << "X100V";
+    }
+    void cameraNamesAreWhatPhotographersSay()
+    {
+        QFETCH(QString, make);
+        QFETCH(QString, model);
+        QFETCH(QString, name);
+        PhotoMeta m;
+        m.make = make;
+        m.model = model;
+        QCOMPARE(m.cameraName(), name);
+    }
+
     void naturalOrder()
     {
         QVERIFY(naturalLess("IMG_2.jpg", "IMG_10.jpg"));
