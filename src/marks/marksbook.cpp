@@ -56,6 +56,13 @@ void MarksBook::set(const QString &mainFile, std::optional<Marks> marks, bool pe
         store->schedule(dir, map);
 }
 
+void MarksBook::persist(const QString &folderIn)
+{
+    const QString dir = FolderScanner::standardPath(folderIn);
+    if (store)
+        store->schedule(dir, folder(dir));
+}
+
 void MarksBook::move(const QString &oldMainFile, const QString &newMainFile)
 {
     const auto marks = marksFor(oldMainFile);

@@ -23,6 +23,8 @@ public:
     std::optional<Marks> marksFor(const QString &mainFile);
     // Sets or (with an empty record or nullopt) removes one shot's marks.
     void set(const QString &mainFile, std::optional<Marks> marks, bool persist = true);
+    // Hands a folder's whole map to the store (after several set(…, false)).
+    void persist(const QString &folder);
     // Moves a shot's marks to a new main file (a rename or a move).
     void move(const QString &oldMainFile, const QString &newMainFile);
     void forget(const QString &folder);

@@ -450,11 +450,16 @@ void AppState::persistMarks(const QList<Photo *> &changed)
 {
     if (changed.isEmpty())
         return;
+    // Each folder's map goes to the store once: handing it over per shot would copy it per shot.
     QList<QUuid> ids;
+    QSet<QString> folders;
     for (Photo *p : changed) {
-        _book.set(p->url(), Marks::fromPhoto(*p), true);
+        _book.set(p->url(), Marks::fromPhoto(*p), false);
+        folders.insert(p->dirPath);
         ids.append(p->id);
     }
+    for (const QString &dir : std::as_const(folders))
+        _book.persist(dir);
     emit photosUpdated(ids);
     rebuildVisible();
 }

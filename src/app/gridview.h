@@ -1,0 +1,65 @@
+#pragma once
+// The grid of cells. Current cell and selection live in AppState; this view mirrors them both
+// ways and implements the photographer's selection gestures itself (click, Shift+click for a
+// range in reading order, Ctrl+click to toggle, arrows move the current shot), because
+// QListView's rubber-band selection selects rectangles of a wrapped flow, not ranges.
+// GUI thread only.
+#include <QListView>
+
+class AppState;
+class GridDelegate;
+class GridModel;
+class ThumbnailSource;
+
+class GridView : public QListView
+{
+    Q_OBJECT
+public:
+    static constexpr int kMinThumb = 96;
+    static constexpr int kMaxThumb = 384;
+
+    explicit GridView(AppState &state, QWidget *parent = nullptr);
+
+    GridModel *gridModel() const { return _model; }
+    GridDelegate *gridDelegate() const { return _delegate; }
+    void setThumbnailSource(ThumbnailSource *source);
+
+    int thumbSize() const;
+    void setThumbSize(int px);
+
+    // The subfolder under the cursor when the current cell is one, else empty.
+    QString currentFolder() const;
+    // Moves the cursor to a row as a plain keyboard move would (tests, menus).
+    void moveCursorTo(int row);
+
+signals:
+    void folderActivated(const QString &path);
+    void photoActivated();
+    void thumbSizeChanged(int px);
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void keyboardSearch(const QString &) override {}   // letters are mark keys, never "jump to name"
+    void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
+    void resizeEvent(QResizeEvent *event) override;
+    bool viewportEvent(QEvent *event) override;
+
+private:
+    void fitColumns();
+    void moveTo(int row, Qt::KeyboardModifiers mods, bool keyboard);
+    void setCursorRow(int row);
+    void syncCurrentFromState();
+    void syncSelectionFromState();
+    void afterReset();
+
+    AppState &_state;
+    GridModel *_model;
+    GridDelegate *_delegate;
+    int _anchor = -1;        // start of Shift ranges
+    int _lastStateIndex = -1;   // AppState's current index as last seen
+    bool _syncing = false;   // applying AppState's state to the view
+};

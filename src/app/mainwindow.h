@@ -1,0 +1,121 @@
+#pragma once
+// The main window: toolbar, filter bar, sidebar, grid or single view, info panel, status bar,
+// toasts and empty states, and every menu and key. Keys are window-wide actions so they work
+// wherever the focus is; only text fields keep what is typed into them. GUI thread only.
+#include <QHash>
+#include <QMainWindow>
+#include <QPointer>
+
+class AppState;
+class EmptyState;
+class FilterBar;
+class GridView;
+class InfoPanel;
+class MarksStore;
+class QActionGroup;
+class QLabel;
+class QLineEdit;
+class QMenu;
+class QProgressBar;
+class QSlider;
+class QSplitter;
+class QStackedWidget;
+class QTimer;
+class SettingsDialog;
+class Sidebar;
+class SingleView;
+class ThumbnailSource;
+class Toast;
+
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    MainWindow(AppState &state, MarksStore &store, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    void setThumbnailSource(ThumbnailSource *source);
+    // Brings the window to the front (a second launch handed us a folder).
+    void raiseAndActivate();
+    // Closes open dialogs: a location handed over from outside takes the window back.
+    void closeSheets();
+
+    // What the user sees, for the tests and the screenshot.
+    GridView *grid() const { return _grid; }
+    SingleView *singleView() const { return _single; }
+    FilterBar *filterBar() const { return _filterBar; }
+    InfoPanel *infoPanel() const { return _info; }
+    Sidebar *sidebar() const { return _sidebar; }
+    Toast *toast() const { return _toast; }
+    EmptyState *emptyState() const { return _empty; }
+    QLineEdit *searchField() const { return _search; }
+    QSlider *thumbSlider() const { return _slider; }
+    QWidget *centreWidget() const;      // the page shown: grid, single view or empty state
+    QString countText() const;          // "N de M imágenes"
+    QString selectionText() const;      // "K seleccionadas", empty when none
+    // The actions by their object names ("openFolder", "color3", "rating4", "flag", "sortName"…).
+    QAction *action(const QString &name) const { return _actions.value(name); }
+
+public slots:
+    void openFolderDialog();
+    void showSettings();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dragMoveEvent(QDragMoveEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+
+private:
+    QAction *makeAction(const QString &name, const QString &text, const QList<QKeySequence> &keys = {});
+    QAction *makeLater(const QString &name, const QString &text, const QList<QKeySequence> &keys = {});
+    void buildActions();
+    void buildMenus();
+    void buildToolBar();
+    void buildCentre();
+    void buildStatusBar();
+    void restoreLayout();
+
+    void updateCentre();
+    void updateStatus();
+    void updateProgress();
+    void updateTitle();
+    void updateSortChecks();
+    void fillRecentMenu();
+
+    bool canMark() const;
+    void onReturn();
+    void onEscape();
+    void toggleView();
+    void focusView();
+    void stepThumbSize(int delta);
+
+    AppState &_state;
+    MarksStore &_store;
+    QHash<QString, QAction *> _actions;
+    QActionGroup *_viewGroup = nullptr;
+    QActionGroup *_sortGroup = nullptr;
+    QActionGroup *_directionGroup = nullptr;
+    QMenu *_recentMenu = nullptr;
+
+    Sidebar *_sidebar = nullptr;
+    FilterBar *_filterBar = nullptr;
+    QSplitter *_splitter = nullptr;
+    QWidget *_centre = nullptr;
+    QStackedWidget *_stack = nullptr;
+    GridView *_grid = nullptr;
+    SingleView *_single = nullptr;
+    EmptyState *_empty = nullptr;
+    InfoPanel *_info = nullptr;
+    Toast *_toast = nullptr;
+    QLineEdit *_search = nullptr;
+    QTimer *_searchDelay = nullptr;
+    QSlider *_slider = nullptr;
+    QLabel *_count = nullptr;
+    QLabel *_selection = nullptr;
+    QLabel *_progressText = nullptr;
+    QProgressBar *_progress = nullptr;
+    QPointer<SettingsDialog> _settings;
+};

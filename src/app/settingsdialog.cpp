@@ -1,0 +1,215 @@
+#include "settingsdialog.h"
+
+#include "model/appstate.h"
+
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSettings>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+
+namespace {
+const char *kStartFolder = "general.startFolder";
+const char *kMarksStorage = "marksStorage";
+
+QLabel *explanation(const QString &text, QWidget *parent, int indent = 0)
+{
+    auto *l = new QLabel(text, parent);
+    l->setWordWrap(true);
+    l->setForegroundRole(QPalette::PlaceholderText);
+    l->setContentsMargins(indent, 0, 0, 0);
+    return l;
+}
+
+QLabel *heading(const QString &text, QWidget *parent)
+{
+    auto *l = new QLabel(text, parent);
+    QFont f = l->font();
+    f.setBold(true);
+    l->setFont(f);
+    return l;
+}
+} // namespace
+
+SettingsDialog::SettingsDialog(AppState &state, QWidget *parent)
+    : QDialog(parent)
+    , _state(state)
+    , _pages(new QListWidget(this))
+    , _stack(new QStackedWidget(this))
+{
+    setObjectName(QStringLiteral("settingsDialog"));
+    setWindowTitle(QStringLiteral("Ajustes"));
+    resize(660, 420);
+
+    auto *outer = new QVBoxLayout(this);
+    auto *body = new QHBoxLayout;
+    body->setSpacing(14);
+    _pages->setFixedWidth(150);
+    _pages->setObjectName(QStringLiteral("settingsPages"));
+    body->addWidget(_pages);
+    body->addWidget(_stack, 1);
+    outer->addLayout(body, 1);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
+    buttons->button(QDialogButtonBox::Close)->setText(QStringLiteral("Cerrar"));
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    outer->addWidget(buttons);
+
+    const QList<QPair<QString, QWidget *>> pages = {
+        {QStringLiteral("General"), generalPage()},
+        {QStringLiteral("Marcas"), marksPage()},
+        {QStringLiteral("Nitidez"), sharpnessPage()},
+    };
+    for (const auto &[title, page] : pages) {
+        _pages->addItem(title);
+        _stack->addWidget(page);
+    }
+    connect(_pages, &QListWidget::currentRowChanged, _stack, &QStackedWidget::setCurrentIndex);
+    _pages->setCurrentRow(0);
+}
+
+QStringList SettingsDialog::pageTitles() const
+{
+    QStringList out;
+    for (int i = 0; i < _pages->count(); ++i)
+        out << _pages->item(i)->text();
+    return out;
+}
+
+void SettingsDialog::showPage(const QString &title)
+{
+    const int i = int(pageTitles().indexOf(title));
+    if (i >= 0)
+        _pages->setCurrentRow(i);
+}
+
+QWidget *SettingsDialog::generalPage()
+{
+    auto *page = new QWidget(this);
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+
+    _autoAdvance = new QCheckBox(QStringLiteral("Avanzar al marcar"), page);
+    _autoAdvance->setObjectName(QStringLiteral("autoAdvance"));
+    _autoAdvance->setChecked(_state.autoAdvance());
+    connect(_autoAdvance, &QCheckBox::toggled, &_state, &AppState::setAutoAdvance);
+    layout->addWidget(_autoAdvance);
+    layout->addWidget(explanation(
+        QStringLiteral("Tras poner un color, unas estrellas o la bandera, pasa a la imagen siguiente: "
+                       "un repaso entero con una tecla por foto."),
+        page, 22));
+    layout->addSpacing(14);
+
+    layout->addWidget(heading(QStringLiteral("Carpeta al iniciar"), page));
+    const QString fixed = QSettings().value(QLatin1String(kStartFolder)).toString();
+    _startLast = new QRadioButton(QStringLiteral("La última que abrí"), page);
+    _startFixed = new QRadioButton(QStringLiteral("Siempre esta carpeta:"), page);
+    auto *group = new QButtonGroup(page);
+    group->addButton(_startLast);
+    group->addButton(_startFixed);
+    layout->addWidget(_startLast);
+    auto *row = new QHBoxLayout;
+    row->addWidget(_startFixed);
+    _startFolder = new QLineEdit(fixed, page);
+    _startFolder->setObjectName(QStringLiteral("startFolder"));
+    _startFolder->setPlaceholderText(QStringLiteral("Ninguna"));
+    row->addWidget(_startFolder, 1);
+    auto *choose = new QPushButton(QStringLiteral("Elegir…"), page);
+    row->addWidget(choose);
+    layout->addLayout(row);
+    (fixed.isEmpty() ? _startLast : _startFixed)->setChecked(true);
+    _startFolder->setEnabled(!fixed.isEmpty());
+
+    auto store = [this] {
+        QSettings().setValue(QLatin1String(kStartFolder),
+                             _startFixed->isChecked() ? _startFolder->text().trimmed() : QString());
+    };
+    connect(_startFixed, &QRadioButton::toggled, this, [this, store](bool on) {
+        _startFolder->setEnabled(on);
+        store();
+    });
+    connect(_startFolder, &QLineEdit::editingFinished, this, store);
+    connect(choose, &QPushButton::clicked, this, [this, store] {
+        const QString dir = QFileDialog::getExistingDirectory(this, QStringLiteral("Carpeta al iniciar"), _startFolder->text());
+        if (dir.isEmpty())
+            return;
+        _startFolder->setText(dir);
+        _startFixed->setChecked(true);
+        store();
+    });
+    layout->addStretch(1);
+    return page;
+}
+
+QWidget *SettingsDialog::marksPage()
+{
+    auto *page = new QWidget(this);
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(heading(QStringLiteral("Guardar marcas en"), page));
+
+    _folderFile = new QRadioButton(QStringLiteral("Un archivo por carpeta (.corvane.json)"), page);
+    _folderFile->setObjectName(QStringLiteral("storageFolderFile"));
+    _sidecar = new QRadioButton(QStringLiteral("Un .xmp junto a cada imagen"), page);
+    _sidecar->setObjectName(QStringLiteral("storageSidecar"));
+    auto *group = new QButtonGroup(page);
+    group->addButton(_folderFile);
+    group->addButton(_sidecar);
+
+    layout->addWidget(_folderFile);
+    layout->addWidget(explanation(
+        QStringLiteral("Un solo archivo oculto por carpeta con todas las marcas: lo más rápido y no llena la carpeta "
+                       "de archivos. Lightroom y Bridge no lo leen; para ellos usa «Exportar a XMP»."),
+        page, 22));
+    layout->addSpacing(8);
+    layout->addWidget(_sidecar);
+    layout->addWidget(explanation(
+        QStringLiteral("Un .xmp junto a cada imagen: Lightroom, Bridge y Photo Mechanic lo leen directamente."), page, 22));
+
+    // The sidecar writer is not in this build yet: the choice is shown, not offered.
+    _sidecar->setEnabled(false);
+    _sidecar->setToolTip(QStringLiteral("Próximamente"));
+    const bool sidecar = QSettings().value(QLatin1String(kMarksStorage)).toString() == QLatin1String("sidecar");
+    (sidecar ? _sidecar : _folderFile)->setChecked(true);
+    connect(_folderFile, &QRadioButton::toggled, this, [](bool on) {
+        QSettings().setValue(QLatin1String(kMarksStorage), on ? QStringLiteral("folderFile") : QStringLiteral("sidecar"));
+    });
+    layout->addStretch(1);
+    return page;
+}
+
+QWidget *SettingsDialog::sharpnessPage()
+{
+    auto *page = new QWidget(this);
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(heading(QStringLiteral("Sensibilidad"), page));
+    _sensitivity = new QComboBox(page);
+    _sensitivity->setObjectName(QStringLiteral("sensitivity"));
+    _sensitivity->addItem(QStringLiteral("Estricta"), QStringLiteral("strict"));
+    _sensitivity->addItem(QStringLiteral("Normal"), QStringLiteral("normal"));
+    _sensitivity->addItem(QStringLiteral("Permisiva"), QStringLiteral("loose"));
+    _sensitivity->setCurrentIndex(_sensitivity->findData(sharpSensitivityToString(_state.sensitivity())));
+    auto *row = new QHBoxLayout;
+    row->addWidget(_sensitivity);
+    row->addStretch(1);
+    layout->addLayout(row);
+    layout->addWidget(explanation(
+        QStringLiteral("Cuánto debe faltar de nitidez para marcar una foto como desenfocada. "
+                       "«Estricta» señala más fotos; «Permisiva», solo las claramente movidas."),
+        page));
+    connect(_sensitivity, &QComboBox::currentIndexChanged, this, [this] {
+        _state.setSensitivity(sharpSensitivityFromString(_sensitivity->currentData().toString()));
+    });
+    layout->addStretch(1);
+    return page;
+}

@@ -1,0 +1,860 @@
+// The window driven as a photographer drives it: keys and clicks on a real folder, checked by
+// what the window shows (status bar, cells, overlays, toasts) and by the marks file on disk.
+#include "testenv.h"
+
+#include "app/colorchip.h"
+#include "app/emptystate.h"
+#include "app/filterbar.h"
+#include "app/griddelegate.h"
+#include "app/gridmodel.h"
+#include "app/gridview.h"
+#include "app/infopanel.h"
+#include "app/mainwindow.h"
+#include "app/settingsdialog.h"
+#include "app/singleinstance.h"
+#include "app/singleview.h"
+#include "app/thumbnailsource.h"
+#include "app/toast.h"
+
+#include "marks/marksbook.h"
+#include "marks/marksstore.h"
+#include "model/appstate.h"
+#include "util/atomicfile.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDragEnterEvent>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QScrollBar>
+#include <QSettings>
+#include <QSlider>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+#include <QtConcurrent>
+
+#include <memory>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+// A shoot: two RAW+JPEG pairs, six JPEGs, a video and a subfolder with two more frames.
+QString makeShoot(const QString &root)
+{
+    for (const char *name : {"DSC_0001.NEF", "DSC_0001.JPG", "DSC_0002.NEF", "DSC_0002.JPG", "DSC_0003.jpg",
+                             "DSC_0004.jpg", "DSC_0005.jpg", "DSC_0006.jpg", "DSC_0007.jpg", "DSC_0008.jpg",
+                             "DSC_0009.MP4", "Ceremonia/IMG_0100.jpg", "Ceremonia/IMG_0101.jpg"})
+        TestEnv::touch(root + QLatin1Char('/') + QLatin1String(name), "fake image bytes");
+    return root;
+}
+
+// Everything the application creates, in its order; the window goes first on destruction.
+struct Session {
+    MarksStore store;
+    MarksBook book{&store};
+    AppState state{book};
+    MainWindow window{state, store};
+
+    explicit Session(const QString &folder = {})
+    {
+        window.resize(1200, 800);
+        window.show();
+        window.activateWindow();
+        if (!QTest::qWaitForWindowActive(&window))
+            qWarning("window not active: window shortcuts will not fire");
+        if (!folder.isEmpty())
+            open(folder);
+    }
+
+    bool open(const QString &folder)
+    {
+        QSignalSpy loaded(&state, &AppState::loaded);
+        state.openFolder(folder);
+        return loaded.wait(5000);
+    }
+
+    // A key as the keyboard delivers it: to whatever has the focus, window shortcuts first.
+    void press(Qt::Key key, Qt::KeyboardModifiers mods = Qt::NoModifier)
+    {
+        QWidget *target = QApplication::focusWidget();
+        QTest::keyClick(target ? target : &window, key, mods);
+    }
+
+    QString count() const { return window.findChild<QLabel *>(QStringLiteral("statusCount"))->text(); }
+    QString selectionLabel() const
+    {
+        auto *l = window.findChild<QLabel *>(QStringLiteral("statusSelection"));
+        return l->isVisible() ? l->text() : QString();
+    }
+    Photo *current() const { return state.current(); }
+    GridModel *model() const { return window.grid()->gridModel(); }
+    QModelIndex cellOf(const Photo *p) const { return model()->index(model()->rowOf(p->id)); }
+
+    // The marks file as it is on disk once the store has written what is pending.
+    QJsonObject marksOnDisk(const QString &folder)
+    {
+        store.flush();
+        QFile f(folder + QStringLiteral("/.corvane.json"));
+        if (!f.open(QIODevice::ReadOnly))
+            return {};
+        return QJsonDocument::fromJson(f.readAll()).object().value(QStringLiteral("marks")).toObject();
+    }
+};
+
+// Stands in for the image pipeline: hands out a flat image for the shots it has "decoded" and
+// records what the views asked for.
+class FakeThumbnails : public ThumbnailSource
+{
+public:
+    QImage thumbnail(const QUuid &id, int longSide) override
+    {
+        asked.append({id, longSide});
+        if (!ready.contains(id))
+            return {};
+        QImage image(longSide, longSide * 2 / 3, QImage::Format_RGB32);
+        image.fill(Qt::darkCyan);
+        return image;
+    }
+    void finish(const QUuid &id)
+    {
+        ready.insert(id);
+        emit thumbnailReady(id);
+    }
+    QList<QPair<QUuid, int>> asked;
+    QSet<QUuid> ready;
+};
+
+QJsonObject json(const char *text) { return QJsonDocument::fromJson(text).object(); }
+
+} // namespace
+
+class TestMainWindow : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void showsTheFolderAndItsCounts();
+    void colourKeysSetToggleAndPersist();
+    void starKeysSetToggleAndPersist();
+    void flagAndRotationKeys();
+    void flagBoxClickTogglesOnlyThatShot();
+    void keysMoveTheCurrentShot();
+    void subfolderCellIsNotMarkedAndReturnEntersIt();
+    void spaceAndReturnSwitchViews();
+    void selectionGesturesAndMarksOnSelection();
+    void filterBarHidesShotsAndClears();
+    void typingInSearchFieldNeverMarks();
+    void marksShowAgainInNewWindow();
+    void failedWriteShowsErrorToastUntilDismissed();
+    void emptyStates();
+    void dropOpensFolder();
+    void infoPanelShowsCurrentShot();
+    void settingsApplyAtOnce();
+    void sortMenuChangesOrder();
+    void secondLaunchHandsPathsOver();
+    void thumbnailsComeFromTheSource();
+    void largeFolderStaysResponsive();
+
+private:
+    std::unique_ptr<QTemporaryDir> tmp;
+    QString folder;
+};
+
+void TestMainWindow::initTestCase()
+{
+    TestEnv::isolate();
+}
+
+void TestMainWindow::init()
+{
+    tmp = std::make_unique<QTemporaryDir>();
+    folder = makeShoot(tmp->path() + QStringLiteral("/boda"));
+    QSettings().clear();
+}
+
+void TestMainWindow::cleanup()
+{
+    AtomicFile::setFailureForTesting(nullptr);
+    tmp.reset();
+}
+
+void TestMainWindow::showsTheFolderAndItsCounts()
+{
+    Session s(folder);
+    QCOMPARE(s.count(), QStringLiteral("9 de 9 imágenes"));
+    QCOMPARE(s.selectionLabel(), QString());
+    QCOMPARE(s.window.centreWidget(), s.window.grid());
+    QVERIFY(s.window.windowTitle().startsWith(QStringLiteral("boda")));
+
+    // Subfolders first, then the shots; a pair is one cell with both extensions in its badge.
+    GridModel *m = s.model();
+    QCOMPARE(m->rowCount(), 1 + 9);
+    QCOMPARE(m->index(0).data(GridModel::CellKindRole).toInt(), int(GridModel::FolderCell));
+    QCOMPARE(m->index(0).data().toString(), QStringLiteral("Ceremonia"));
+    const QModelIndex pair = m->index(1);
+    QCOMPARE(pair.data().toString(), QStringLiteral("DSC_0001.NEF"));
+    QCOMPARE(pair.data(GridModel::BadgeRole).toString(), QStringLiteral("NEF+JPG"));
+    QCOMPARE(pair.data(GridModel::KindLabelRole).toString(), QStringLiteral("RAW"));
+    QCOMPARE(m->index(9).data(GridModel::KindLabelRole).toString(), QStringLiteral("VÍDEO"));
+    QCOMPARE(m->index(4).data(GridModel::KindLabelRole).toString(), QStringLiteral("JPG"));
+
+    // The cursor rests on the first shot, not on the folder.
+    QCOMPARE(s.state.currentIndex(), 0);
+    QCOMPARE(s.window.grid()->currentIndex().row(), 1);
+    // Whole columns filling the width, each cell at least its drawn size.
+    GridView *grid = s.window.grid();
+    const QSize cell = grid->gridDelegate()->cellSize();
+    QCOMPARE(grid->gridSize().height(), cell.height());
+    QVERIFY(grid->gridSize().width() >= cell.width());
+    QVERIFY(grid->viewport()->width() - grid->viewport()->width() / grid->gridSize().width() * grid->gridSize().width()
+            < grid->viewport()->width() / cell.width());
+}
+
+void TestMainWindow::colourKeysSetToggleAndPersist()
+{
+    Session s(folder);
+    Photo *p = s.current();
+    QCOMPARE(p->name(), QStringLiteral("DSC_0001.NEF"));
+
+    s.press(Qt::Key_3);
+    QCOMPARE(p->colorClass(), ColorClass::c3);
+    QCOMPARE(s.cellOf(p).data(GridModel::ColorRole).toInt(), 3);
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":3})"));
+
+    s.press(Qt::Key_3);   // the same key again removes it
+    QCOMPARE(p->colorClass(), ColorClass::none);
+    QVERIFY(!s.marksOnDisk(folder).contains(QStringLiteral("dsc_0001")));
+
+    s.press(Qt::Key_8);
+    s.press(Qt::Key_5);   // another colour replaces it
+    QCOMPARE(p->colorClass(), ColorClass::c5);
+    s.press(Qt::Key_0);
+    QCOMPARE(p->colorClass(), ColorClass::none);
+    QCOMPARE(s.cellOf(p).data(GridModel::ColorRole).toInt(), 0);
+    QVERIFY(!s.marksOnDisk(folder).contains(QStringLiteral("dsc_0001")));
+}
+
+void TestMainWindow::starKeysSetToggleAndPersist()
+{
+    Session s(folder);
+    Photo *p = s.current();
+    s.press(Qt::Key_4, Qt::AltModifier);
+    QCOMPARE(p->rating(), 4);
+    QCOMPARE(p->colorClass(), ColorClass::none);   // Alt+4 is stars, never colour 4
+    QCOMPARE(s.cellOf(p).data(GridModel::RatingRole).toInt(), 4);
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"r":4})"));
+
+    s.press(Qt::Key_4, Qt::AltModifier);
+    QCOMPARE(p->rating(), 0);
+    QVERIFY(!s.marksOnDisk(folder).contains(QStringLiteral("dsc_0001")));
+
+    s.press(Qt::Key_2, Qt::AltModifier);
+    s.press(Qt::Key_5, Qt::AltModifier);
+    QCOMPARE(p->rating(), 5);
+    s.press(Qt::Key_0, Qt::AltModifier);
+    QCOMPARE(p->rating(), 0);
+}
+
+void TestMainWindow::flagAndRotationKeys()
+{
+    Session s(folder);
+    Photo *p = s.current();
+    s.press(Qt::Key_T);
+    QVERIFY(p->tagged());
+    QVERIFY(s.cellOf(p).data(GridModel::TaggedRole).toBool());
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"t":true})"));
+    s.press(Qt::Key_T);
+    QVERIFY(!p->tagged());
+
+    s.press(Qt::Key_BracketRight);
+    QCOMPARE(p->rotation(), 1);
+    QCOMPARE(s.cellOf(p).data(GridModel::RotationRole).toInt(), 1);
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"o":1})"));
+    s.press(Qt::Key_BracketLeft);
+    s.press(Qt::Key_BracketLeft);
+    QCOMPARE(p->rotation(), 3);
+    s.press(Qt::Key_BracketRight);
+    QCOMPARE(p->rotation(), 0);
+    QVERIFY(!s.marksOnDisk(folder).contains(QStringLiteral("dsc_0001")));
+}
+
+void TestMainWindow::flagBoxClickTogglesOnlyThatShot()
+{
+    Session s(folder);
+    GridView *grid = s.window.grid();
+    Photo *third = s.model()->photoAt(3);
+    const QPoint box = grid->gridDelegate()->flagRect(grid->visualRect(s.model()->index(3))).center();
+
+    QTest::mouseClick(grid->viewport(), Qt::LeftButton, Qt::NoModifier, box);
+    QVERIFY(third->tagged());
+    QCOMPARE(s.state.currentIndex(), 0);   // the box is not a way to move
+    QVERIFY(!s.current()->tagged());
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0003")).toObject(), json(R"({"t":true})"));
+
+    QTest::mouseClick(grid->viewport(), Qt::LeftButton, Qt::NoModifier, box);
+    QVERIFY(!third->tagged());
+
+    // A click elsewhere on the cell makes it current.
+    QTest::mouseClick(grid->viewport(), Qt::LeftButton, Qt::NoModifier, grid->visualRect(s.model()->index(3)).center());
+    QCOMPARE(s.current(), third);
+}
+
+void TestMainWindow::keysMoveTheCurrentShot()
+{
+    Session s(folder);
+    GridView *grid = s.window.grid();
+    s.press(Qt::Key_Right);
+    QCOMPARE(s.state.currentIndex(), 1);
+    s.press(Qt::Key_Left);
+    QCOMPARE(s.state.currentIndex(), 0);
+
+    // Down moves to the cell straight below, in the next row of the wrapped grid.
+    const QRect before = grid->visualRect(grid->currentIndex());
+    s.press(Qt::Key_Down);
+    const QRect below = grid->visualRect(grid->currentIndex());
+    QCOMPARE(below.left(), before.left());
+    QCOMPARE(below.top(), before.bottom() + 1);
+    QVERIFY(s.state.currentIndex() > 1);
+    s.press(Qt::Key_End);
+    QCOMPARE(s.state.currentIndex(), 8);
+    QCOMPARE(grid->currentIndex().row(), 9);
+
+    // From the search field, Up and Down still move through the shots.
+    QTest::mouseClick(s.window.searchField(), Qt::LeftButton);
+    QVERIFY(s.window.searchField()->hasFocus());
+    s.press(Qt::Key_Up);
+    QVERIFY(s.state.currentIndex() < 8);
+}
+
+void TestMainWindow::subfolderCellIsNotMarkedAndReturnEntersIt()
+{
+    Session s(folder);
+    GridView *grid = s.window.grid();
+    s.press(Qt::Key_Home);
+    QCOMPARE(grid->currentIndex().row(), 0);
+    QCOMPARE(grid->currentFolder(), folder + QStringLiteral("/Ceremonia"));
+    QCOMPARE(s.state.currentIndex(), 0);   // AppState still names a shot…
+
+    s.press(Qt::Key_2);
+    s.press(Qt::Key_T);
+    for (const PhotoPtr &p : s.state.photos())   // …but the keys do not reach it
+        QVERIFY(p->colorClass() == ColorClass::none && !p->tagged());
+    s.press(Qt::Key_Space);
+    QCOMPARE(s.window.centreWidget(), grid);
+
+    QSignalSpy loaded(&s.state, &AppState::loaded);
+    s.press(Qt::Key_Return);
+    QVERIFY(loaded.wait(5000));
+    QCOMPARE(s.state.folder(), folder + QStringLiteral("/Ceremonia"));
+    QCOMPARE(s.count(), QStringLiteral("2 de 2 imágenes"));
+    QCOMPARE(grid->currentIndex().row(), 0);   // no subfolders here: the first shot
+
+    // Double-click on a folder cell enters it too.
+    s.press(Qt::Key_Space);   // a folder opened from the single view comes up on its grid
+    QCOMPARE(s.window.centreWidget(), s.window.singleView());
+    QVERIFY(s.open(folder));
+    QCOMPARE(s.window.centreWidget(), grid);
+    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, Qt::NoModifier, grid->visualRect(s.model()->index(0)).center());
+    QTRY_COMPARE(s.state.folder(), folder + QStringLiteral("/Ceremonia"));
+}
+
+void TestMainWindow::spaceAndReturnSwitchViews()
+{
+    Session s(folder);
+    s.press(Qt::Key_Space);
+    QCOMPARE(s.state.viewMode(), ViewMode::preview);
+    QCOMPARE(s.window.centreWidget(), s.window.singleView());
+    QVERIFY(s.window.singleView()->hasFocus());
+    QVERIFY(s.window.action(QStringLiteral("viewSingle"))->isChecked());
+
+    s.press(Qt::Key_Right);   // arrows move in the single view too
+    QCOMPARE(s.state.currentIndex(), 1);
+    s.press(Qt::Key_1);       // and the mark keys work there
+    QCOMPARE(s.current()->colorClass(), ColorClass::c1);
+
+    s.press(Qt::Key_Space);
+    QCOMPARE(s.window.centreWidget(), s.window.grid());
+    QCOMPARE(s.window.grid()->currentIndex().row(), 2);   // the grid followed
+
+    s.press(Qt::Key_Return);
+    QCOMPARE(s.window.centreWidget(), s.window.singleView());
+    s.press(Qt::Key_Escape);
+    QCOMPARE(s.window.centreWidget(), s.window.grid());
+    QVERIFY(s.window.action(QStringLiteral("viewGrid"))->isChecked());
+
+    // Double-click on a shot opens it.
+    GridView *grid = s.window.grid();
+    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, Qt::NoModifier, grid->visualRect(s.model()->index(5)).center());
+    QCOMPARE(s.window.centreWidget(), s.window.singleView());
+    QCOMPARE(s.state.currentIndex(), 4);
+}
+
+void TestMainWindow::selectionGesturesAndMarksOnSelection()
+{
+    Session s(folder);
+    GridView *grid = s.window.grid();
+    s.press(Qt::Key_Right, Qt::ShiftModifier);
+    s.press(Qt::Key_Right, Qt::ShiftModifier);
+    QCOMPARE(s.state.selection().size(), 3);
+    QCOMPARE(s.selectionLabel(), QStringLiteral("3 seleccionadas"));
+    QVERIFY(grid->selectionModel()->isSelected(s.model()->index(1)));
+    QVERIFY(grid->selectionModel()->isSelected(s.model()->index(3)));
+    QVERIFY(!grid->selectionModel()->isSelected(s.model()->index(4)));
+
+    s.press(Qt::Key_2);   // a mark reaches the whole selection
+    for (int row = 1; row <= 3; ++row)
+        QCOMPARE(s.model()->photoAt(row)->colorClass(), ColorClass::c2);
+    QCOMPARE(s.model()->photoAt(4)->colorClass(), ColorClass::none);
+
+    s.press(Qt::Key_Escape);
+    QVERIFY(s.state.selection().isEmpty());
+    QCOMPARE(s.selectionLabel(), QString());
+
+    // Ctrl+click adds the clicked shot to the one under the cursor, and a second one removes it.
+    const auto click = [&](int row, Qt::KeyboardModifiers mods) {
+        QTest::mouseClick(grid->viewport(), Qt::LeftButton, mods, grid->visualRect(s.model()->index(row)).center());
+    };
+    click(1, Qt::NoModifier);
+    click(5, Qt::ControlModifier);
+    QCOMPARE(s.state.selection(), (QSet<QUuid>{s.model()->photoAt(1)->id, s.model()->photoAt(5)->id}));
+    click(7, Qt::ControlModifier);
+    click(5, Qt::ControlModifier);
+    QCOMPARE(s.state.selection(), (QSet<QUuid>{s.model()->photoAt(1)->id, s.model()->photoAt(7)->id}));
+
+    // Shift+click takes the range in reading order, across grid rows.
+    click(2, Qt::NoModifier);
+    click(8, Qt::ShiftModifier);
+    QCOMPARE(s.state.selection().size(), 7);
+    QCOMPARE(s.selectionLabel(), QStringLiteral("7 seleccionadas"));
+
+    s.press(Qt::Key_A, Qt::ControlModifier);
+    QCOMPARE(s.selectionLabel(), QStringLiteral("9 seleccionadas"));
+    s.window.action(QStringLiteral("invertSelection"))->trigger();
+    QCOMPARE(s.selectionLabel(), QString());
+
+    // A plain click or arrow collapses a selection.
+    s.press(Qt::Key_A, Qt::ControlModifier);
+    s.press(Qt::Key_Right);
+    QVERIFY(s.state.selection().isEmpty());
+}
+
+void TestMainWindow::filterBarHidesShotsAndClears()
+{
+    Session s(folder);
+    s.press(Qt::Key_3);
+    s.press(Qt::Key_Right);
+    s.press(Qt::Key_3);
+    s.press(Qt::Key_Right);
+    s.press(Qt::Key_4);
+
+    FilterBar *bar = s.window.filterBar();
+    QVERIFY(!bar->clearButton()->isEnabled());
+    QTest::mouseClick(bar->chip(3), Qt::LeftButton);
+    QCOMPARE(s.count(), QStringLiteral("2 de 9 imágenes"));
+    QCOMPARE(s.model()->rowCount(), 1 + 2);   // subfolders are never filtered
+    QVERIFY(bar->clearButton()->isEnabled());
+    QVERIFY(!bar->chip(3)->hasFocus());
+    QTest::mouseClick(bar->chip(4), Qt::LeftButton);   // chips add up
+    QCOMPARE(s.count(), QStringLiteral("3 de 9 imágenes"));
+
+    QTest::mouseClick(bar->clearButton(), Qt::LeftButton);
+    QCOMPARE(s.count(), QStringLiteral("9 de 9 imágenes"));
+    QVERIFY(!bar->chip(3)->isChecked());
+
+    // "Sin color" and the flag filter.
+    QTest::mouseClick(bar->chip(0), Qt::LeftButton);
+    QCOMPARE(s.count(), QStringLiteral("6 de 9 imágenes"));
+    s.state.clearFilter();
+    bar->flagCombo()->setCurrentIndex(1);   // Marcadas
+    QCOMPARE(s.count(), QStringLiteral("0 de 9 imágenes"));
+
+    // Everything hidden: the empty state offers to clear the filter.
+    QCOMPARE(s.window.centreWidget(), s.window.emptyState());
+    QCOMPARE(s.window.emptyState()->kind(), EmptyState::AllFiltered);
+    auto *button = s.window.emptyState()->findChild<QPushButton *>(QStringLiteral("emptyAction"));
+    QCOMPARE(button->text(), QStringLiteral("Quitar filtros"));
+    QTest::mouseClick(button, Qt::LeftButton);
+    QCOMPARE(s.count(), QStringLiteral("9 de 9 imágenes"));
+    QCOMPARE(s.window.centreWidget(), s.window.grid());
+    QCOMPARE(bar->flagCombo()->currentIndex(), 0);
+
+    // Stars minimum.
+    s.press(Qt::Key_Home);
+    s.press(Qt::Key_Right);
+    s.press(Qt::Key_3, Qt::AltModifier);
+    bar->starCombo()->setCurrentIndex(2);
+    QCOMPARE(s.count(), QStringLiteral("1 de 9 imágenes"));
+}
+
+void TestMainWindow::typingInSearchFieldNeverMarks()
+{
+    Session s(folder);
+    QLineEdit *search = s.window.searchField();
+    QTest::mouseClick(search, Qt::LeftButton);
+    QVERIFY(search->hasFocus());
+    for (Qt::Key k : {Qt::Key_0, Qt::Key_0, Qt::Key_3, Qt::Key_T, Qt::Key_BracketRight, Qt::Key_Space})
+        s.press(k);
+    s.press(Qt::Key_4, Qt::AltModifier);
+    QCOMPARE(search->text(), QStringLiteral("003t] "));
+    for (const PhotoPtr &p : s.state.photos())
+        QVERIFY2(p->colorClass() == ColorClass::none && p->rating() == 0 && !p->tagged() && p->rotation() == 0,
+                 qPrintable(p->name()));
+    QCOMPARE(s.window.centreWidget(), s.window.grid());   // Space was typed, not a view switch
+
+    // The words filter the grid; Escape empties the field, then gives the keys back.
+    search->setText(QStringLiteral("0003"));
+    QTRY_COMPARE(s.count(), QStringLiteral("1 de 9 imágenes"));
+    s.press(Qt::Key_Escape);
+    QVERIFY(search->text().isEmpty());
+    QTRY_COMPARE(s.count(), QStringLiteral("9 de 9 imágenes"));
+    s.press(Qt::Key_Escape);
+    QVERIFY(!search->hasFocus());
+    s.press(Qt::Key_6);
+    QCOMPARE(s.current()->colorClass(), ColorClass::c6);
+}
+
+void TestMainWindow::marksShowAgainInNewWindow()
+{
+    {
+        Session s(folder);
+        s.press(Qt::Key_Right);
+        s.press(Qt::Key_5);
+        s.press(Qt::Key_3, Qt::AltModifier);
+        s.press(Qt::Key_T);
+        s.window.close();   // closing writes what is pending
+    }
+    Session s(folder);
+    Photo *second = s.model()->photoAt(2);
+    QCOMPARE(second->name(), QStringLiteral("DSC_0002.NEF"));
+    const QModelIndex cell = s.cellOf(second);
+    QCOMPARE(cell.data(GridModel::ColorRole).toInt(), 5);
+    QCOMPARE(cell.data(GridModel::RatingRole).toInt(), 3);
+    QVERIFY(cell.data(GridModel::TaggedRole).toBool());
+    QCOMPARE(s.model()->index(1).data(GridModel::ColorRole).toInt(), 0);
+}
+
+void TestMainWindow::failedWriteShowsErrorToastUntilDismissed()
+{
+    const bool root = ::geteuid() == 0;
+    if (root)
+        AtomicFile::setFailureForTesting("rename");   // root writes anywhere: fail the write itself
+    else
+        QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
+    Session s(folder);
+    s.press(Qt::Key_1);
+    s.store.flush();
+    Toast *toast = s.window.toast();
+    QTRY_VERIFY(toast->isVisible());
+    QVERIFY(toast->isError());
+    QVERIFY2(toast->text().startsWith(QStringLiteral("No se pudieron guardar las marcas")), qPrintable(toast->text()));
+    QCOMPARE(s.current()->colorClass(), ColorClass::c1);   // kept in memory
+
+    QTest::qWait(Toast::kShowMs + 300);   // errors do not time out
+    QVERIFY(toast->isVisible());
+    QTest::mouseClick(toast, Qt::LeftButton);
+    QVERIFY(!toast->isVisible());
+
+    // A plain message leaves by itself.
+    s.state.toast(QStringLiteral("Hecho"));
+    QVERIFY(toast->isVisible() && !toast->isError());
+    QTRY_VERIFY_WITH_TIMEOUT(!toast->isVisible(), Toast::kShowMs + 2000);
+    if (!root)
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+void TestMainWindow::emptyStates()
+{
+    Session s;
+    EmptyState *empty = s.window.emptyState();
+    QCOMPARE(s.window.centreWidget(), empty);
+    QCOMPARE(empty->title(), QStringLiteral("Abre una carpeta o suelta aquí una carpeta de imágenes"));
+    QCOMPARE(s.count(), QString());
+    s.press(Qt::Key_3);   // nothing to mark, nothing breaks
+
+    const QString bare = tmp->path() + QStringLiteral("/vacia");
+    QDir().mkpath(bare);
+    TestEnv::touch(bare + QStringLiteral("/notas.txt"));
+    QVERIFY(s.open(bare));
+    QCOMPARE(s.window.centreWidget(), empty);
+    QCOMPARE(empty->kind(), EmptyState::EmptyFolder);
+    QCOMPARE(empty->title(), QStringLiteral("Esta carpeta no tiene imágenes"));
+    QCOMPARE(s.count(), QStringLiteral("0 de 0 imágenes"));
+
+    // A folder of subfolders only is a grid of folder cells, not "empty".
+    QVERIFY(s.open(tmp->path()));
+    QCOMPARE(s.window.centreWidget(), s.window.grid());
+    QCOMPARE(s.model()->rowCount(), 2);
+
+    if (::geteuid() != 0) {
+        const QString locked = tmp->path() + QStringLiteral("/cerrada");
+        QDir().mkpath(locked);
+        QFile::setPermissions(locked, QFileDevice::Permissions());
+        QVERIFY(s.open(locked));
+        QCOMPARE(empty->kind(), EmptyState::AccessDenied);
+        QCOMPARE(empty->title(), QStringLiteral("No tienes permiso para leer esta carpeta."));
+        QVERIFY(!empty->detail().isEmpty());
+        QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+}
+
+void TestMainWindow::dropOpensFolder()
+{
+    Session s;
+    // A drag as the desktop delivers it: enter over the grid, then the drop.
+    const auto drop = [&s](const QString &path) {
+        QMimeData mime;
+        mime.setUrls({QUrl::fromLocalFile(path)});
+        const QPoint at = s.window.grid()->mapTo(&s.window, QPoint(40, 40));
+        QDragEnterEvent enter(at, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(&s.window, &enter);
+        if (!enter.isAccepted())
+            return false;
+        QDropEvent dropped(at, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(&s.window, &dropped);
+        return dropped.isAccepted();
+    };
+    QSignalSpy loaded(&s.state, &AppState::loaded);
+    s.window.showSettings();
+    QVERIFY(drop(folder));
+    QVERIFY(loaded.wait(5000));
+    QVERIFY(!s.window.findChild<SettingsDialog *>() || !s.window.findChild<SettingsDialog *>()->isVisible());
+    QCOMPARE(s.state.folder(), folder);
+    QCOMPARE(s.count(), QStringLiteral("9 de 9 imágenes"));
+
+    // A dropped file opens its folder with that file current.
+    QVERIFY(drop(folder + QStringLiteral("/Ceremonia/IMG_0101.jpg")));
+    QVERIFY(loaded.wait(5000));
+    QCOMPARE(s.state.folder(), folder + QStringLiteral("/Ceremonia"));
+    QCOMPARE(s.current()->name(), QStringLiteral("IMG_0101.jpg"));
+
+    // While a long operation runs, nothing opens and a toast says why.
+    s.state.setProgress(AppState::Progress{QStringLiteral("Importando"), 1, 10});
+    QVERIFY(s.window.findChild<QWidget *>(QStringLiteral("statusProgress"))->isVisible());
+    QCOMPARE(s.window.findChild<QLabel *>(QStringLiteral("statusProgressText"))->text(), QStringLiteral("Importando · 1 de 10"));
+    drop(folder);
+    QCOMPARE(s.window.toast()->text(), QStringLiteral("Termina la operación en curso y vuelve a soltar «boda»"));
+    QVERIFY(s.window.toast()->isVisible());
+    QCOMPARE(s.state.folder(), folder + QStringLiteral("/Ceremonia"));
+    s.state.setProgress(std::nullopt);
+    QVERIFY(!s.window.findChild<QWidget *>(QStringLiteral("statusProgress"))->isVisible());
+}
+
+void TestMainWindow::infoPanelShowsCurrentShot()
+{
+    Session s(folder);
+    InfoPanel *info = s.window.infoPanel();
+    QVERIFY(!info->isVisible());
+    s.press(Qt::Key_I);
+    QVERIFY(info->isVisible());
+    QCOMPARE(info->value(QStringLiteral("Archivos")), QStringLiteral("DSC_0001.NEF, DSC_0001.JPG"));
+    QCOMPARE(info->value(QStringLiteral("Ruta")), folder);
+    QCOMPARE(info->value(QStringLiteral("Nitidez")), QStringLiteral("Sin medir"));
+    QVERIFY(!info->value(QStringLiteral("Tamaño")).isEmpty());
+    s.press(Qt::Key_End);
+    QCOMPARE(info->value(QStringLiteral("Archivos")), QStringLiteral("DSC_0009.MP4"));
+
+    // A blurry verdict with its reason, in the panel and over the single view.
+    Photo *p = s.current();
+    s.state.applySharpness({{p->id, {20.0, QPointF(0.5, 0.5)}}});
+    QVERIFY(info->value(QStringLiteral("Nitidez")).startsWith(QStringLiteral("Desenfocada o movida")));
+    QCOMPARE(s.cellOf(p).data(GridModel::SharpRole).toInt(), int(SharpBlurry));
+    s.press(Qt::Key_Space);
+    QCOMPARE(s.window.singleView()->sharpnessNote(), sharpReason(*p, s.state.sensitivity()));
+
+    s.press(Qt::Key_I);
+    QVERIFY(!info->isVisible());
+}
+
+void TestMainWindow::settingsApplyAtOnce()
+{
+    Session s(folder);
+    s.press(Qt::Key_Comma, Qt::ControlModifier);
+    auto *dialog = s.window.findChild<SettingsDialog *>();
+    QVERIFY(dialog);
+    QTRY_VERIFY(dialog->isVisible());
+    QCOMPARE(dialog->pageTitles(), (QStringList{QStringLiteral("General"), QStringLiteral("Marcas"), QStringLiteral("Nitidez")}));
+
+    QVERIFY(!dialog->autoAdvanceBox()->isChecked());
+    dialog->autoAdvanceBox()->setChecked(true);
+    QVERIFY(s.state.autoAdvance());
+
+    QVERIFY(dialog->folderFileRadio()->isChecked());
+    QVERIFY(!dialog->sidecarRadio()->isEnabled());
+    QCOMPARE(dialog->sidecarRadio()->toolTip(), QStringLiteral("Próximamente"));
+
+    QComboBox *sens = dialog->sensitivityCombo();
+    QCOMPARE(sens->currentText(), QStringLiteral("Normal"));
+    sens->setCurrentIndex(sens->findText(QStringLiteral("Estricta")));
+    QCOMPARE(s.state.sensitivity(), SharpSensitivity::strict);
+    QCOMPARE(QSettings().value(QStringLiteral("sharpSensitivity")).toString(), QStringLiteral("strict"));
+    dialog->close();
+
+    // "Avanzar al marcar": one key per frame.
+    s.window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&s.window));
+    s.window.grid()->setFocus();
+    s.press(Qt::Key_1);
+    QCOMPARE(s.model()->photoAt(1)->colorClass(), ColorClass::c1);
+    QCOMPARE(s.state.currentIndex(), 1);
+    s.press(Qt::Key_T);
+    QVERIFY(s.model()->photoAt(2)->tagged());
+    QCOMPARE(s.state.currentIndex(), 2);
+}
+
+void TestMainWindow::sortMenuChangesOrder()
+{
+    Session s(folder);
+    QVERIFY(s.window.action(QStringLiteral("sort-name"))->isChecked());
+    QVERIFY(s.window.action(QStringLiteral("sortAscending"))->isChecked());
+    s.window.action(QStringLiteral("sortDescending"))->trigger();
+    QTRY_COMPARE(s.model()->photoAt(1)->name(), QStringLiteral("DSC_0009.MP4"));
+    QCOMPARE(s.state.sortKey(), SortKey::name);
+    s.window.action(QStringLiteral("sort-type"))->trigger();
+    QCOMPARE(s.state.sortKey(), SortKey::type);
+    QVERIFY(s.window.action(QStringLiteral("sort-type"))->isChecked());
+    QVERIFY(!s.window.action(QStringLiteral("sort-name"))->isChecked());
+}
+
+void TestMainWindow::secondLaunchHandsPathsOver()
+{
+    const QString name = QStringLiteral("corvane-test-%1").arg(QCoreApplication::applicationPid());
+    SingleInstance first(name);
+    QVERIFY(!first.sendToRunning({QStringLiteral("/x")}, 300));   // nobody listens yet
+    QVERIFY(first.listen());
+    QSignalSpy received(&first, &SingleInstance::pathsReceived);
+
+    // The second launch blocks while it waits for the answer: it runs off this thread.
+    const QStringList paths{folder, folder + QStringLiteral("/DSC_0003.jpg"), QStringLiteral("/ruta con espacios/ñ")};
+    QFuture<bool> sent = QtConcurrent::run([name, paths] { return SingleInstance(name).sendToRunning(paths); });
+    QTRY_COMPARE(received.size(), 1);
+    QTRY_VERIFY(sent.isFinished());
+    QVERIFY(sent.result());
+    QCOMPARE(received.at(0).at(0).toStringList(), paths);
+
+    // A launch with nothing to open still reaches the running window (which then raises).
+    QFuture<bool> bare = QtConcurrent::run([name] { return SingleInstance(name).sendToRunning({}); });
+    QTRY_COMPARE(received.size(), 2);
+    QTRY_VERIFY(bare.isFinished());
+    QVERIFY(bare.result());
+    QVERIFY(received.at(1).at(0).toStringList().isEmpty());
+
+    // A crashed instance leaves its socket file behind: nobody answers, and the next launch
+    // takes the name over.
+    const QString staleName = name + QStringLiteral("-stale");
+    const QByteArray socketPath = QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + staleName);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    qstrncpy(addr.sun_path, socketPath.constData(), sizeof addr.sun_path);
+    QCOMPARE(::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
+    ::close(fd);
+    QVERIFY(QFile::exists(QString::fromLocal8Bit(socketPath)));
+    SingleInstance next(staleName);
+    QVERIFY(!next.sendToRunning({folder}, 500));
+    QVERIFY(next.listen());
+    QSignalSpy nextReceived(&next, &SingleInstance::pathsReceived);
+    QFuture<bool> later = QtConcurrent::run([staleName, f = folder] { return SingleInstance(staleName).sendToRunning({f}); });
+    QTRY_COMPARE(nextReceived.size(), 1);
+    QTRY_VERIFY(later.isFinished());
+    QVERIFY(later.result());
+}
+
+void TestMainWindow::thumbnailsComeFromTheSource()
+{
+    Session s(folder);
+    FakeThumbnails source;
+    s.window.setThumbnailSource(&source);
+    GridView *grid = s.window.grid();
+    grid->viewport()->repaint();
+    // Every visible shot was asked for at the cell's size in device pixels; folders never.
+    const int wanted = qRound(grid->thumbSize() * grid->devicePixelRatioF());
+    QSet<QUuid> askedIds;
+    for (const auto &[id, side] : std::as_const(source.asked)) {
+        QCOMPARE(side, wanted);
+        askedIds.insert(id);
+    }
+    QCOMPARE(askedIds.size(), 9);
+
+    // A finished thumbnail repaints its cell.
+    Photo *p = s.model()->photoAt(3);
+    QSignalSpy changed(s.model(), &QAbstractItemModel::dataChanged);
+    source.finish(p->id);
+    QCOMPARE(changed.size(), 1);
+    QCOMPARE(changed.at(0).at(0).toModelIndex().row(), 3);
+    const QImage cell = grid->viewport()->grab(grid->visualRect(s.model()->index(3))).toImage();
+    const QRect thumb = grid->gridDelegate()->thumbRect(grid->visualRect(s.model()->index(3)))
+                            .translated(-grid->visualRect(s.model()->index(3)).topLeft());
+    QCOMPARE(cell.pixelColor(thumb.center() * cell.devicePixelRatio()), QColor(Qt::darkCyan));
+
+    // The single view asks at its own size.
+    source.asked.clear();
+    s.press(Qt::Key_Space);
+    s.window.singleView()->repaint();
+    QVERIFY(!source.asked.isEmpty());
+    QVERIFY(source.asked.last().second > wanted);
+
+    // Ctrl+plus and Ctrl+minus change the cells, the slider follows and the size is kept.
+    s.press(Qt::Key_Space);
+    const int before = grid->thumbSize();
+    s.press(Qt::Key_Plus, Qt::ControlModifier);
+    QVERIFY(grid->thumbSize() > before);
+    QCOMPARE(s.window.thumbSlider()->value(), grid->thumbSize());
+    QCOMPARE(QSettings().value(QStringLiteral("ui.thumbSize")).toInt(), grid->thumbSize());
+    QCOMPARE(grid->gridSize().height(), grid->gridDelegate()->cellSize().height());
+    s.press(Qt::Key_Minus, Qt::ControlModifier);
+    QCOMPARE(grid->thumbSize(), before);
+    s.window.thumbSlider()->setValue(GridView::kMinThumb);
+    QCOMPARE(grid->thumbSize(), GridView::kMinThumb);
+}
+
+void TestMainWindow::largeFolderStaysResponsive()
+{
+    const QString big = tmp->path() + QStringLiteral("/grande");
+    QDir().mkpath(big);
+    for (int i = 0; i < 20000; ++i)
+        TestEnv::touch(big + QStringLiteral("/IMG_%1.jpg").arg(i, 5, 10, QLatin1Char('0')));
+    Session s(big);
+    QCOMPARE(s.count(), QStringLiteral("20000 de 20000 imágenes"));
+    GridView *grid = s.window.grid();
+    const auto currentVisible = [grid] { return grid->viewport()->rect().intersects(grid->visualRect(grid->currentIndex())); };
+
+    // Right after the load: End reaches the last cell (not the end of a first layout batch)
+    // and shows it; paging back stays on screen.
+    s.press(Qt::Key_End);
+    grid->viewport()->repaint();
+    QCOMPARE(s.state.currentIndex(), 19999);
+    QVERIFY(currentVisible());
+    for (int i = 0; i < 20; ++i) {
+        s.press(Qt::Key_PageUp);
+        grid->viewport()->repaint();
+    }
+    QVERIFY(s.state.currentIndex() < 19999);
+    QVERIFY(currentVisible());
+    s.press(Qt::Key_A, Qt::ControlModifier);
+    grid->viewport()->repaint();
+    QCOMPARE(s.selectionLabel(), QStringLiteral("20000 seleccionadas"));
+    QVERIFY(grid->selectionModel()->isSelected(grid->currentIndex()));
+
+    // One key on the whole selection.
+    s.press(Qt::Key_4);
+    grid->viewport()->repaint();
+    QCOMPARE(s.state.photos().first()->colorClass(), ColorClass::c4);
+    QCOMPARE(s.state.photos().last()->colorClass(), ColorClass::c4);
+}
+
+QTEST_MAIN(TestMainWindow)
+#include "tst_mainwindow.moc"
