@@ -4,6 +4,8 @@
 #include "mainwindow.h"
 #include "singleinstance.h"
 
+#include "imaging/diskimagecache.h"
+#include "imaging/imagepipeline.h"
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
 #include "model/appstate.h"
@@ -116,6 +118,9 @@ int runApplication(int argc, char **argv)
     MarksBook book(&store);
     AppState state(book);
     MainWindow window(state, store);
+    window.usePipeline(ImagePipeline::shared());
+    // Old thumbnails and previews go in the background; nobody waits for it.
+    DiskImageCache::pruneAtLaunch();
 
     QObject::connect(&instance, &SingleInstance::pathsReceived, &window, [&](const QStringList &received) {
         if (!received.isEmpty())

@@ -1,6 +1,7 @@
 #include "griddelegate.h"
 
 #include "gridmodel.h"
+#include "imagedraw.h"
 #include "labelcolors.h"
 #include "markglyphs.h"
 #include "thumbnailsource.h"
@@ -9,7 +10,6 @@
 
 #include <QAbstractItemView>
 #include <QPainter>
-#include <QTransform>
 
 namespace {
 constexpr int kMargin = 3;      // between cells
@@ -122,13 +122,10 @@ void GridDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, 
     }
     const qreal fontPx = qMax(9.0, _thumb / 9.0);
     if (!image.isNull()) {
-        if (photo->rotation() != 0)
-            image = image.transformed(QTransform().rotate(90.0 * photo->rotation()));
-        QSizeF s = image.size();
-        s.scale(thumb.size(), Qt::KeepAspectRatio);
-        const QRectF target(QPointF(thumb.center()) - QPointF(s.width() / 2, s.height() / 2) + QPointF(0.5, 0.5), s);
+        const qreal dpr = p.device() ? p.device()->devicePixelRatioF() : 1.0;
+        const QRectF target = ImageDraw::fitted(thumb, image.size(), photo->rotation(), dpr);
         p.setRenderHint(QPainter::SmoothPixmapTransform);
-        p.drawImage(target, image);
+        ImageDraw::draw(p, target, image, photo->rotation());
     } else {
         MarkGlyphs::paintKindTile(p, thumb, *photo, fontPx);
     }

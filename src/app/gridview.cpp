@@ -2,6 +2,7 @@
 
 #include "griddelegate.h"
 #include "gridmodel.h"
+#include "thumbnailsource.h"
 
 #include "marks/marks.h"
 #include "model/appstate.h"
@@ -12,11 +13,19 @@
 #include <QTimer>
 #include <QToolTip>
 
+namespace {
+// Scrolling is taken as settled after this long without a move; a long steady scroll still
+// asks at least this often, so cells fill in on the way.
+constexpr int kSettleMs = 60;
+constexpr int kMaxWaitMs = 300;
+} // namespace
+
 GridView::GridView(AppState &state, QWidget *parent)
     : QListView(parent)
     , _state(state)
     , _model(new GridModel(state, this))
     , _delegate(new GridDelegate(this))
+    , _thumbTimer(new QTimer(this))
 {
     setObjectName(QStringLiteral("grid"));
     // A wrapped left-to-right flow of fixed cells. With every cell the same size the list-mode
@@ -44,7 +53,17 @@ GridView::GridView(AppState &state, QWidget *parent)
     setModel(_model);
     setThumbSize(168);
 
+    _thumbTimer->setSingleShot(true);
+    _thumbTimer->setInterval(kSettleMs);
+    connect(_thumbTimer, &QTimer::timeout, this, &GridView::requestThumbnails);
+    connect(verticalScrollBar(), &QScrollBar::valueChanged, this, [this](int value) {
+        if (value != _scrollValue)
+            _scrollDirection = value > _scrollValue ? 1 : -1;
+        _scrollValue = value;
+        scheduleThumbnails();
+    });
     connect(_model, &QAbstractItemModel::modelReset, this, &GridView::afterReset);
+    connect(_model, &QAbstractItemModel::modelReset, this, &GridView::scheduleThumbnails);
     connect(&state, &AppState::currentChanged, this, &GridView::syncCurrentFromState);
     connect(&state, &AppState::selectionChanged, this, &GridView::syncSelectionFromState);
 }
@@ -52,6 +71,85 @@ GridView::GridView(AppState &state, QWidget *parent)
 void GridView::setThumbnailSource(ThumbnailSource *source)
 {
     _model->setThumbnailSource(source);
+    scheduleThumbnails();
+}
+
+// ----- Thumbnails
+
+std::pair<int, int> GridView::visibleRows() const
+{
+    const int rows = _model->rowCount();
+    const QRect area = viewport()->rect();
+    const QSize grid = gridSize().isValid() ? gridSize() : _delegate->cellSize();
+    if (rows == 0 || area.isEmpty() || grid.isEmpty())
+        return {-1, -1};
+    // Cells sit at the left of their grid slots with gaps between them: look for one at the
+    // left edge of each slot along a line, from the left or from the right.
+    const int columns = qMax(1, area.width() / grid.width());
+    auto rowOnLine = [this, columns, grid](int y, bool fromRight) {
+        for (int i = 0; i < columns; ++i) {
+            const int column = fromRight ? columns - 1 - i : i;
+            if (const QModelIndex idx = indexAt(QPoint(column * grid.width() + 2, y)); idx.isValid())
+                return idx.row();
+        }
+        return -1;
+    };
+    const int first = rowOnLine(1, false);
+    if (first < 0)
+        return {-1, -1};
+    int last = rowOnLine(area.height() - 2, true);
+    if (last < 0)
+        last = rows - 1;   // the content ends above the bottom edge
+    // Never more than the lines that fit, whatever the layout did.
+    last = qMin(last, first + columns * (area.height() / grid.height() + 2) - 1);
+    return {first, qMax(first, last)};
+}
+
+void GridView::refreshThumbnails()
+{
+    viewport()->update();
+    requestThumbnails();
+}
+
+void GridView::scheduleThumbnails()
+{
+    if (!_model->thumbnailSource())
+        return;
+    if (!_thumbsPending.isValid())
+        _thumbsPending.start();
+    if (_thumbsPending.elapsed() >= kMaxWaitMs)
+        requestThumbnails();
+    else
+        _thumbTimer->start();
+}
+
+void GridView::requestThumbnails()
+{
+    _thumbTimer->stop();
+    _thumbsPending.invalidate();
+    ThumbnailSource *source = _model->thumbnailSource();
+    if (!source)
+        return;
+    const auto [first, last] = visibleRows();
+    QList<QUuid> ids;
+    if (first >= 0) {
+        // What is on screen, then one screen further the way the user is scrolling.
+        const int screen = last - first + 1;
+        ids.reserve(2 * screen);
+        auto add = [this, &ids](int row) {
+            if (const Photo *p = _model->photoAt(row))
+                ids.append(p->id);
+        };
+        for (int row = first; row <= last; ++row)
+            add(row);
+        if (_scrollDirection >= 0)
+            for (int row = last + 1; row <= qMin(last + screen, _model->rowCount() - 1); ++row)
+                add(row);
+        else
+            for (int row = first - 1; row >= qMax(0, first - screen); --row)
+                add(row);
+    }
+    source->want(ids);
 }
 
 int GridView::thumbSize() const { return _delegate->thumbSize(); }
@@ -62,6 +160,7 @@ void GridView::setThumbSize(int px)
     const bool changed = px != _delegate->thumbSize();
     _delegate->setThumbSize(px);
     fitColumns();
+    scheduleThumbnails();
     verticalScrollBar()->setSingleStep(qMax(20, _delegate->cellSize().height() / 4));
     if (currentIndex().isValid())
         QTimer::singleShot(0, this, [this] { scrollTo(currentIndex(), QAbstractItemView::PositionAtCenter); });
@@ -312,11 +411,18 @@ void GridView::resizeEvent(QResizeEvent *event)
     const bool wasVisible = currentIndex().isValid() && viewport()->rect().intersects(visualRect(currentIndex()));
     fitColumns();
     QListView::resizeEvent(event);
+    scheduleThumbnails();
     if (wasVisible)
         QTimer::singleShot(0, this, [this] {
             if (currentIndex().isValid())
                 scrollTo(currentIndex(), QAbstractItemView::EnsureVisible);
         });
+}
+
+void GridView::showEvent(QShowEvent *event)
+{
+    QListView::showEvent(event);
+    scheduleThumbnails();
 }
 
 bool GridView::viewportEvent(QEvent *event)

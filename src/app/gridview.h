@@ -3,13 +3,17 @@
 // ways and implements the photographer's selection gestures itself (click, Shift+click for a
 // range in reading order, Ctrl+click to toggle, arrows move the current shot), because
 // QListView's rubber-band selection selects rectangles of a wrapped flow, not ranges.
+// Thumbnails are asked for when scrolling settles (or at least every few hundred milliseconds
+// of continuous scrolling): the cells on screen and one screen ahead; painting only reads memory.
 // GUI thread only.
+#include <QElapsedTimer>
 #include <QListView>
 
 class AppState;
 class GridDelegate;
 class GridModel;
 class ThumbnailSource;
+class QTimer;
 
 class GridView : public QListView
 {
@@ -31,6 +35,10 @@ public:
     QString currentFolder() const;
     // Moves the cursor to a row as a plain keyboard move would (tests, menus).
     void moveCursorTo(int row);
+    // Rows whose cells are on screen, first and last; -1, -1 when none.
+    std::pair<int, int> visibleRows() const;
+    // Asks the source again for what is on screen (after the caches were emptied).
+    void refreshThumbnails();
 
 signals:
     void folderActivated(const QString &path);
@@ -47,6 +55,7 @@ protected:
     void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
     void resizeEvent(QResizeEvent *event) override;
     bool viewportEvent(QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
     void fitColumns();
@@ -55,6 +64,8 @@ private:
     void syncCurrentFromState();
     void syncSelectionFromState();
     void afterReset();
+    void scheduleThumbnails();
+    void requestThumbnails();
 
     AppState &_state;
     GridModel *_model;
@@ -62,4 +73,8 @@ private:
     int _anchor = -1;        // start of Shift ranges
     int _lastStateIndex = -1;   // AppState's current index as last seen
     bool _syncing = false;   // applying AppState's state to the view
+    QTimer *_thumbTimer;
+    QElapsedTimer _thumbsPending;   // since the first change not yet asked for
+    int _scrollValue = 0;
+    int _scrollDirection = 1;
 };

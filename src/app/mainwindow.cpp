@@ -6,12 +6,15 @@
 #include "gridview.h"
 #include "infopanel.h"
 #include "labelcolors.h"
+#include "pipelinethumbnailsource.h"
 #include "settingsdialog.h"
 #include "shortcutsdialog.h"
 #include "sidebar.h"
 #include "singleview.h"
 #include "toast.h"
 
+#include "imaging/diskkind.h"
+#include "imaging/imagepipeline.h"
 #include "marks/marksstore.h"
 #include "model/appstate.h"
 
@@ -43,6 +46,7 @@
 #include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <QtConcurrent>
 
 namespace {
 const char *kGeometry = "ui.geometry";
@@ -148,6 +152,44 @@ void MainWindow::setThumbnailSource(ThumbnailSource *source)
 {
     _grid->setThumbnailSource(source);
     _single->setThumbnailSource(source);
+}
+
+void MainWindow::usePipeline(ImagePipeline &pipeline)
+{
+    if (_pipeline)
+        return;
+    _pipeline = &pipeline;
+    _pipelineSource = new PipelineThumbnailSource(_state, pipeline, this);
+    setThumbnailSource(_pipelineSource);
+    _single->setPipeline(&pipeline);
+    connect(&_state, &AppState::loaded, this, &MainWindow::configurePipeline);
+    if (!_state.folder().isEmpty() && !_state.isLoading())
+        configurePipeline();
+}
+
+void MainWindow::configurePipeline()
+{
+    const QString folder = _state.folder();
+    if (!_pipeline || folder.isEmpty())
+        return;
+    // Telling the disk apart reads the mount table and may stat a network share: off this thread.
+    QtConcurrent::run([folder] { return diskKindFor(folder); }).then(this, [this, folder](DiskKind kind) {
+        if (folder == _state.folder())
+            _pipeline->configure(folder, kind);
+    });
+}
+
+void MainWindow::afterCachesEmptied()
+{
+    if (_pipeline)
+        _pipeline->clearMemory();
+    if (_pipelineSource)
+        _pipelineSource->reset();
+    // On the next turn of the event loop: whoever heard the news first sees the caches empty.
+    QTimer::singleShot(0, this, [this] {
+        _grid->refreshThumbnails();
+        _single->refresh();
+    });
 }
 
 void MainWindow::raiseAndActivate()
@@ -283,6 +325,17 @@ void MainWindow::buildActions()
             &QAction::triggered, this, [this] { stepThumbSize(-kThumbStep); });
     QAction *info = makeAction(QStringLiteral("infoPanel"), QStringLiteral("Panel de información"), {QKeySequence(Qt::Key_I)});
     info->setCheckable(true);
+    connect(makeAction(QStringLiteral("zoom100"), QStringLiteral("Zoom 100 % / encajar"), {QKeySequence(Qt::Key_Z)}),
+            &QAction::triggered, this, [this] {
+                if (_stack->currentWidget() == _single)
+                    _single->toggleZoom();
+            });
+    QAction *performance = makeAction(QStringLiteral("performance"), QStringLiteral("Rendimiento"), {QKeySequence(Qt::Key_P)});
+    performance->setCheckable(true);
+    connect(performance, &QAction::toggled, this, [this](bool on) { _single->setPerformanceShown(on); });
+    QAction *focus = makeAction(QStringLiteral("focusPoint"), QStringLiteral("Punto de enfoque"), {QKeySequence(Qt::Key_F)});
+    focus->setCheckable(true);
+    connect(focus, &QAction::toggled, this, [this](bool on) { _single->setFocusPointShown(on); });
     QAction *filters = makeAction(QStringLiteral("filterBarVisible"), QStringLiteral("Barra de filtros"));
     filters->setCheckable(true);
     connect(makeAction(QStringLiteral("clearFilters"), QStringLiteral("Quitar filtros")), &QAction::triggered,
@@ -384,6 +437,9 @@ void MainWindow::buildMenus()
     view->addAction(a("zoomOut"));
     view->addSeparator();
     view->addAction(a("infoPanel"));
+    view->addAction(a("zoom100"));
+    view->addAction(a("focusPoint"));
+    view->addAction(a("performance"));
     view->addSeparator();
     QMenu *sort = view->addMenu(QStringLiteral("Orden"));
     sort->setObjectName(QStringLiteral("sortMenu"));
@@ -773,6 +829,8 @@ void MainWindow::showSettings()
     if (!_settings) {
         _settings = new SettingsDialog(_state, this);
         _settings->setAttribute(Qt::WA_DeleteOnClose);
+        connect(_settings, &SettingsDialog::previewSettingsChanged, _single, &SingleView::refresh);
+        connect(_settings, &SettingsDialog::cachesEmptied, this, &MainWindow::afterCachesEmptied);
     }
     _settings->show();
     _settings->raise();

@@ -10,8 +10,10 @@ class AppState;
 class EmptyState;
 class FilterBar;
 class GridView;
+class ImagePipeline;
 class InfoPanel;
 class MarksStore;
+class PipelineThumbnailSource;
 class QActionGroup;
 class QLabel;
 class QLineEdit;
@@ -35,6 +37,9 @@ public:
     ~MainWindow() override;
 
     void setThumbnailSource(ThumbnailSource *source);
+    // Shows images from the pipeline: thumbnails in the grid, previews with prefetch and the
+    // full image in the single view; each opened folder tunes the pipeline to its disk.
+    void usePipeline(ImagePipeline &pipeline);
     // Brings the window to the front (a second launch handed us a folder).
     void raiseAndActivate();
     // Closes open dialogs: a location handed over from outside takes the window back.
@@ -91,6 +96,8 @@ private:
     void toggleView();
     void focusView();
     void stepThumbSize(int delta);
+    void configurePipeline();
+    void afterCachesEmptied();
 
     AppState &_state;
     MarksStore &_store;
@@ -118,4 +125,6 @@ private:
     QLabel *_progressText = nullptr;
     QProgressBar *_progress = nullptr;
     QPointer<SettingsDialog> _settings;
+    ImagePipeline *_pipeline = nullptr;
+    PipelineThumbnailSource *_pipelineSource = nullptr;
 };

@@ -1,5 +1,6 @@
 #include "settingsdialog.h"
 
+#include "imaging/diskimagecache.h"
 #include "model/appstate.h"
 
 #include <QButtonGroup>
@@ -15,12 +16,25 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSettings>
+#include <QSpinBox>
 #include <QStackedWidget>
 #include <QVBoxLayout>
+#include <QtConcurrent>
 
 namespace {
 const char *kStartFolder = "general.startFolder";
 const char *kMarksStorage = "marksStorage";
+const char *kPreviewResolution = "previewResolution";
+const char *kPrefetchAhead = "prefetchAhead";
+const char *kCacheDays = "cacheDays";
+constexpr int kDefaultPrefetchAhead = 3;
+
+int intSetting(const char *key, int fallback)
+{
+    bool ok = false;
+    const int v = QSettings().value(QLatin1String(key)).toInt(&ok);
+    return ok ? v : fallback;
+}
 
 QLabel *explanation(const QString &text, QWidget *parent, int indent = 0)
 {
@@ -67,6 +81,7 @@ SettingsDialog::SettingsDialog(AppState &state, QWidget *parent)
     const QList<QPair<QString, QWidget *>> pages = {
         {QStringLiteral("General"), generalPage()},
         {QStringLiteral("Marcas"), marksPage()},
+        {QStringLiteral("Imagen"), imagePage()},
         {QStringLiteral("Nitidez"), sharpnessPage()},
     };
     for (const auto &[title, page] : pages) {
@@ -185,6 +200,130 @@ QWidget *SettingsDialog::marksPage()
     });
     layout->addStretch(1);
     return page;
+}
+
+QWidget *SettingsDialog::imagePage()
+{
+    auto *page = new QWidget(this);
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+
+    layout->addWidget(heading(QStringLiteral("Resolución de las vistas previas"), page));
+    _previewResolution = new QComboBox(page);
+    _previewResolution->setObjectName(QStringLiteral("previewResolution"));
+    _previewResolution->addItem(QStringLiteral("Pantalla"), QStringLiteral("screen"));
+    for (const char *px : {"2560", "3840", "5120"})
+        _previewResolution->addItem(QString::fromLatin1(px), QString::fromLatin1(px));
+    const int current = _previewResolution->findData(QSettings().value(QLatin1String(kPreviewResolution)).toString());
+    _previewResolution->setCurrentIndex(qMax(0, current));
+    auto *row = new QHBoxLayout;
+    row->addWidget(_previewResolution);
+    row->addStretch(1);
+    layout->addLayout(row);
+    layout->addWidget(explanation(
+        QStringLiteral("«Pantalla» hace las vistas previas del tamaño de la ventana: lo más rápido. Un tamaño fijo "
+                       "mayor da más detalle en monitores grandes a cambio de más memoria y más tiempo."),
+        page));
+    connect(_previewResolution, &QComboBox::currentIndexChanged, this, [this] {
+        QSettings().setValue(QLatin1String(kPreviewResolution), _previewResolution->currentData().toString());
+        emit previewSettingsChanged();
+    });
+    layout->addSpacing(10);
+
+    auto *ahead = new QHBoxLayout;
+    ahead->addWidget(new QLabel(QStringLiteral("Precargar por delante"), page));
+    _prefetchAhead = new QSpinBox(page);
+    _prefetchAhead->setObjectName(QStringLiteral("prefetchAhead"));
+    _prefetchAhead->setRange(1, 10);
+    _prefetchAhead->setValue(qBound(1, intSetting(kPrefetchAhead, kDefaultPrefetchAhead), 10));
+    ahead->addWidget(_prefetchAhead);
+    ahead->addWidget(new QLabel(QStringLiteral("imágenes"), page));
+    ahead->addStretch(1);
+    layout->addLayout(ahead);
+    layout->addWidget(explanation(
+        QStringLiteral("Cuántas imágenes siguientes se preparan mientras miras una, para pasar sin esperas."), page));
+    connect(_prefetchAhead, &QSpinBox::valueChanged, this, [this](int n) {
+        QSettings().setValue(QLatin1String(kPrefetchAhead), n);
+        emit previewSettingsChanged();
+    });
+    layout->addSpacing(10);
+
+    layout->addWidget(heading(QStringLiteral("Caché"), page));
+    auto *days = new QHBoxLayout;
+    days->addWidget(new QLabel(QStringLiteral("Conservar la caché"), page));
+    _cacheDays = new QSpinBox(page);
+    _cacheDays->setObjectName(QStringLiteral("cacheDays"));
+    _cacheDays->setRange(0, 3650);
+    _cacheDays->setSuffix(QStringLiteral(" días"));
+    _cacheDays->setSpecialValueText(QStringLiteral("sin límite de días"));
+    _cacheDays->setValue(qBound(0, DiskImageCache::cacheDaysSetting(), 3650));
+    days->addWidget(_cacheDays);
+    days->addStretch(1);
+    layout->addLayout(days);
+    layout->addWidget(explanation(
+        QStringLiteral("Al abrir Corvane se borran las miniaturas y vistas previas que no se han mirado en ese tiempo."),
+        page));
+    connect(_cacheDays, &QSpinBox::valueChanged, this, [](int n) { QSettings().setValue(QLatin1String(kCacheDays), n); });
+
+    auto *sizes = new QHBoxLayout;
+    _cacheSizes = new QLabel(page);
+    _cacheSizes->setObjectName(QStringLiteral("cacheSizes"));
+    sizes->addWidget(_cacheSizes, 1);
+    _emptyCaches = new QPushButton(QStringLiteral("Vaciar cachés"), page);
+    _emptyCaches->setObjectName(QStringLiteral("emptyCaches"));
+    _emptyCaches->setAutoDefault(false);
+    sizes->addWidget(_emptyCaches);
+    layout->addLayout(sizes);
+    connect(_emptyCaches, &QPushButton::clicked, this, &SettingsDialog::emptyCaches);
+    measureCaches();
+
+    layout->addStretch(1);
+    return page;
+}
+
+QString SettingsDialog::formatBytes(qint64 bytes)
+{
+    if (bytes < 1000)
+        return QStringLiteral("%1 bytes").arg(qMax<qint64>(0, bytes));
+    static const char *const units[] = {"kB", "MB", "GB", "TB"};
+    double v = double(bytes) / 1000;
+    int unit = 0;
+    while (v >= 999.95 && unit < 3) {
+        v /= 1000;
+        ++unit;
+    }
+    return QStringLiteral("%1 %2").arg(QString::number(v, 'f', 1).replace(QLatin1Char('.'), QLatin1Char(',')),
+                                       QLatin1String(units[unit]));
+}
+
+void SettingsDialog::measureCaches()
+{
+    _cacheSizes->setText(QStringLiteral("Calculando el tamaño de la caché…"));
+    // Walking a large cache folder takes a while: never on this thread.
+    QtConcurrent::run([] {
+        return std::pair(DiskImageCache::thumbs().totalSize(), DiskImageCache::previews().totalSize());
+    }).then(this, [this](std::pair<qint64, qint64> sizes) {
+        _cacheSizes->setText(QStringLiteral("Miniaturas: %1 · Vistas previas: %2")
+                                 .arg(formatBytes(sizes.first), formatBytes(sizes.second)));
+        emit cacheSizesShown();
+    });
+}
+
+void SettingsDialog::emptyCaches()
+{
+    _emptyCaches->setEnabled(false);
+    _cacheSizes->setText(QStringLiteral("Vaciando la caché…"));
+    QtConcurrent::run([] {
+        // Writes already queued would land after the clear.
+        DiskImageCache::thumbs().waitForWrites();
+        DiskImageCache::previews().waitForWrites();
+        DiskImageCache::thumbs().clear();
+        DiskImageCache::previews().clear();
+    }).then(this, [this] {
+        _emptyCaches->setEnabled(true);
+        emit cachesEmptied();
+        measureCaches();
+    });
 }
 
 QWidget *SettingsDialog::sharpnessPage()

@@ -1,14 +1,18 @@
 #pragma once
-// Ajustes (Ctrl+,): General, Marcas and Nitidez. Every change applies at once; there is no
-// "Aceptar" to forget. GUI thread only.
+// Ajustes (Ctrl+,): General, Marcas, Imagen and Nitidez. Every change applies at once; there is
+// no "Aceptar" to forget. The disk caches are measured and emptied off the GUI thread.
+// GUI thread only.
 #include <QDialog>
 
 class AppState;
 class QCheckBox;
 class QComboBox;
+class QLabel;
 class QLineEdit;
 class QListWidget;
+class QPushButton;
 class QRadioButton;
+class QSpinBox;
 class QStackedWidget;
 
 class SettingsDialog : public QDialog
@@ -17,7 +21,7 @@ class SettingsDialog : public QDialog
 public:
     explicit SettingsDialog(AppState &state, QWidget *parent = nullptr);
 
-    // Page titles in order: "General", "Marcas", "Nitidez".
+    // Page titles in order: "General", "Marcas", "Imagen", "Nitidez".
     QStringList pageTitles() const;
     void showPage(const QString &title);
 
@@ -25,11 +29,27 @@ public:
     QRadioButton *folderFileRadio() const { return _folderFile; }
     QRadioButton *sidecarRadio() const { return _sidecar; }
     QComboBox *sensitivityCombo() const { return _sensitivity; }
+    QComboBox *previewResolutionCombo() const { return _previewResolution; }
+    QSpinBox *prefetchAheadSpin() const { return _prefetchAhead; }
+    QSpinBox *cacheDaysSpin() const { return _cacheDays; }
+    QLabel *cacheSizesLabel() const { return _cacheSizes; }
+    QPushButton *emptyCachesButton() const { return _emptyCaches; }
+
+    // "1,2 GB": sizes as the Imagen page writes them.
+    static QString formatBytes(qint64 bytes);
+
+signals:
+    void previewSettingsChanged();   // resolution or prefetch distance
+    void cachesEmptied();            // both disk caches are empty now; memory is the window's
+    void cacheSizesShown();          // the sizes line was filled in
 
 private:
     QWidget *generalPage();
     QWidget *marksPage();
+    QWidget *imagePage();
     QWidget *sharpnessPage();
+    void measureCaches();
+    void emptyCaches();
 
     AppState &_state;
     QListWidget *_pages;
@@ -41,4 +61,9 @@ private:
     QRadioButton *_folderFile = nullptr;
     QRadioButton *_sidecar = nullptr;
     QComboBox *_sensitivity = nullptr;
+    QComboBox *_previewResolution = nullptr;
+    QSpinBox *_prefetchAhead = nullptr;
+    QSpinBox *_cacheDays = nullptr;
+    QLabel *_cacheSizes = nullptr;
+    QPushButton *_emptyCaches = nullptr;
 };

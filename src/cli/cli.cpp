@@ -1,6 +1,8 @@
 #include "cli.h"
 
 #include "commands.h"
+#include "rawpreviewscommand.h"
+#include "thumbscommand.h"
 
 #include <QCoreApplication>
 #include <cstring>
@@ -19,6 +21,8 @@ const Command kCommands[] = {
     {"scan", &Commands::scan, "corvane scan [--recursive] [--json] CARPETA"},
     {"marks", &Commands::marks, "corvane marks [--json] CARPETA"},
     {"mark", &Commands::mark, "corvane mark [--color N] [--rating N] [--tag on|off] [--rotate N] ARCHIVO..."},
+    {"thumbs", &thumbsCommand, "corvane thumbs [--previews] [--json] CARPETA"},
+    {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},
     {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
 };
 

@@ -1,3 +1,6 @@
+// glib (under libvips) names a struct member "signals", a word Qt's headers define away: it goes first.
+#include <vips/vips8>
+
 #include "tiffrawwriter.h"
 
 #include <QHash>
@@ -14,7 +17,7 @@ enum Tag : quint16 {
     NewSubfileType = 254, ImageWidth = 256, ImageLength = 257, BitsPerSample = 258, Compression = 259,
     Photometric = 262, Make = 271, Model = 272, StripOffsets = 273, Orientation = 274,
     SamplesPerPixel = 277, RowsPerStrip = 278, StripByteCounts = 279, PlanarConfig = 284,
-    DateTime = 306, SubIFDs = 330, JpegOffset = 513, JpegLength = 514, CfaRepeatPatternDim = 33421,
+    DateTime = 306, SubIFDs = 330, PanasonicJpeg = 0x002E, JpegOffset = 513, JpegLength = 514, CfaRepeatPatternDim = 33421,
     CfaPattern = 33422, ExposureTime = 33434, FNumber = 33437, ExifIfd = 34665, Iso = 34855,
     ExifVersion = 36864, DateTimeOriginal = 36867, DateTimeDigitized = 36868, FocalLength = 37386,
     BodySerialNumber = 42033, LensModel = 42036,
@@ -235,7 +238,7 @@ QByteArray build(const Options &opt, Layout *layoutOut)
 
     // Header.
     buf.append(opt.bigEndian ? QByteArray("MM") : QByteArray("II"));
-    buf.append(o.enc16(42));
+    buf.append(o.enc16(quint16(opt.magic)));
     const qint64 firstIfdField = buf.pos();
     buf.append(o.enc32(0));
     qint64 canonRawField = -1;
@@ -248,8 +251,10 @@ QByteArray build(const Options &opt, Layout *layoutOut)
     const bool thumb = opt.thumbWidth > 0 && opt.thumbHeight > 0;
     const quint32 thumbBytes = thumb ? quint32(opt.thumbWidth) * quint32(opt.thumbHeight) * 3 : 0;
     const qint64 sensorBytes = std::clamp<qint64>(opt.sensorBytes, 0, 0x7FFF0000) & ~qint64(1);
-    QList<QByteArray> jpegs;
-    if (!opt.jpeg.isEmpty())
+    const bool panasonic = opt.magic == Options::Magic::Panasonic && !opt.jpeg.isEmpty();
+    const bool firstIsMain = !opt.jpeg.isEmpty() && !panasonic;   // the sub-IFDs' first JPEG is `jpeg`
+    QList<QByteArray> jpegs;   // one sub-IFD each
+    if (firstIsMain)
         jpegs.append(opt.jpeg);
     jpegs.append(opt.moreJpegs);
     const qsizetype subCount = jpegs.size() + (sensorBytes > 0 ? 1 : 0);
@@ -275,6 +280,8 @@ QByteArray build(const Options &opt, Layout *layoutOut)
         ifd0.shorts(Orientation, {quint16(opt.orientation)});
     if (opt.date.isValid())
         ifd0.ascii(DateTime, dateText(opt.date));
+    if (panasonic)
+        ifd0.bytes(PanasonicJpeg, Undefined, opt.jpeg);
     if (subCount > 0)
         ifd0.longs(SubIFDs, QList<quint32>(subCount, 0));
     ifd0.longs(ExifIfd, {0});
@@ -282,6 +289,8 @@ QByteArray build(const Options &opt, Layout *layoutOut)
     const Buffer::Written w0 = buf.writeIfd(ifd0);
     layout.ifd0 = w0.at;
     buf.set32(firstIfdField, quint32(w0.at));
+    if (panasonic)
+        layout.jpegs.append({w0.valueAt.value(PanasonicJpeg), opt.jpeg.size()});
 
     // EXIF IFD.
     Ifd exif(o);
@@ -306,7 +315,10 @@ QByteArray build(const Options &opt, Layout *layoutOut)
 
     // One sub-IFD per preview, then the sensor's.
     QList<Buffer::Written> previewIfds;
-    for (const QByteArray &jpeg : std::as_const(jpegs)) {
+    QList<quint16> offsetTags;   // the tag of each preview's offset
+    for (qsizetype i = 0; i < jpegs.size(); ++i) {
+        const QByteArray &jpeg = jpegs[i];
+        const auto ref = i == 0 && firstIsMain ? opt.jpegRef : Options::JpegRef::Interchange;
         Ifd sub(o);
         sub.longs(NewSubfileType, {1});
         const auto [w, h] = jpegSize(jpeg);
@@ -314,9 +326,19 @@ QByteArray build(const Options &opt, Layout *layoutOut)
             sub.longs(ImageWidth, {quint32(w)});
             sub.longs(ImageLength, {quint32(h)});
         }
-        sub.shorts(Compression, {6});
-        sub.longs(JpegOffset, {0});
-        sub.longs(JpegLength, {quint32(jpeg.size())});
+        if (ref == Options::JpegRef::Strip) {
+            sub.shorts(Compression, {quint16(opt.stripCompression)});
+            sub.longs(StripOffsets, {0});
+            sub.longs(RowsPerStrip, {quint32(std::max(h, 1))});
+            sub.longs(StripByteCounts, {quint32(jpeg.size())});
+            offsetTags.append(StripOffsets);
+        } else {
+            sub.shorts(Compression, {6});
+            sub.longs(JpegOffset, {0});
+            if (ref == Options::JpegRef::Interchange)
+                sub.longs(JpegLength, {quint32(jpeg.size())});
+            offsetTags.append(JpegOffset);
+        }
         previewIfds.append(buf.writeIfd(sub));
         layout.subIfds.append(previewIfds.last().at);
     }
@@ -365,7 +387,7 @@ QByteArray build(const Options &opt, Layout *layoutOut)
     for (qsizetype i = 0; i < jpegs.size(); ++i) {
         buf.align();
         layout.jpegs.append({buf.pos(), jpegs[i].size()});
-        buf.set32(previewIfds[i].valueAt.value(JpegOffset), quint32(buf.pos()));
+        buf.set32(previewIfds[i].valueAt.value(offsetTags[i]), quint32(buf.pos()));
         buf.append(jpegs[i]);
     }
     if (sensorBytes > 0) {
@@ -381,6 +403,117 @@ QByteArray build(const Options &opt, Layout *layoutOut)
     if (layoutOut)
         *layoutOut = layout;
     return buf.data;
+}
+
+QByteArray withExifOrientation(const QByteArray &jpeg, int orientation, bool bigEndian)
+{
+    if (jpeg.size() < 2)
+        return jpeg;
+    const Order o{bigEndian};
+    const QByteArray tiff = (bigEndian ? QByteArray("MM") : QByteArray("II")) + o.enc16(42) + o.enc32(8)
+                            + o.enc16(1)                                               // one entry
+                            + o.enc16(Orientation) + o.enc16(Short) + o.enc32(1)
+                            + o.enc16(quint16(orientation)) + o.enc16(0)
+                            + o.enc32(0);                                              // no IFD1
+    const QByteArray payload = QByteArray("Exif\0\0", 6) + tiff;
+    const QByteArray segment = QByteArray("\xFF\xE1", 2) + Order{true}.enc16(quint16(payload.size() + 2)) + payload;
+    return jpeg.left(2) + segment + jpeg.mid(2);
+}
+
+QByteArray buildFuji(const Options &opt, Layout *layoutOut)
+{
+    const Order be{true};
+    const qint64 sensorBytes = std::clamp<qint64>(opt.sensorBytes, 0, 0x7FFF0000) & ~qint64(1);
+    const QByteArray jpeg = opt.orientation > 0 ? withExifOrientation(opt.jpeg, opt.orientation) : opt.jpeg;
+
+    // Header: magic, format version, camera id, camera name, directory version, then the
+    // offset/length pairs of the JPEG, the CFA header and the CFA data.
+    constexpr int kHeader = 160;
+    constexpr int kCfaHeader = 16;
+    QByteArray out(kHeader, '\0');
+    auto put = [&out](int at, const QByteArray &text, int max) {
+        std::copy_n(text.constData(), std::min<qsizetype>(text.size(), max), out.data() + at);
+    };
+    put(0, "FUJIFILMCCD-RAW ", 16);
+    put(16, "0201", 4);
+    put(20, "FF129502", 8);
+    put(28, opt.model, 32);
+    put(60, "0100", 4);
+
+    Layout layout;
+    const qint64 jpegAt = kHeader;
+    be.put32(out.data() + 84, quint32(jpegAt));
+    be.put32(out.data() + 88, quint32(jpeg.size()));
+    out.append(jpeg);
+    while (out.size() % 16)
+        out.append('\0');
+    if (!jpeg.isEmpty())
+        layout.jpegs.append({jpegAt, jpeg.size()});
+
+    if (sensorBytes > 0) {
+        be.put32(out.data() + 92, quint32(out.size()));
+        be.put32(out.data() + 96, kCfaHeader);
+        out.append(QByteArray(kCfaHeader, '\0'));
+        layout.sensorOffset = out.size();
+        layout.sensorLength = sensorBytes;
+        be.put32(out.data() + 100, quint32(out.size()));
+        be.put32(out.data() + 104, quint32(sensorBytes));
+        const qint64 at = out.size();
+        out.resize(at + sensorBytes);
+        fillSensor(out.data() + at, sensorBytes, be);
+    }
+    if (layoutOut)
+        *layoutOut = layout;
+    return out;
+}
+
+QByteArray photoJpeg(int width, int height, int quality, int seed)
+{
+    using vips::VImage;
+    const double w = width, h = height;
+    const VImage xy = VImage::xyz(width, height);
+    const VImage x = xy[0], y = xy[1];
+
+    // Light: a sky falling into warm ground, a bright sun-like disc, one dark figure.
+    const VImage sky = y * (-120.0 / h) + 200.0;
+    const VImage dx = x - w * (0.3 + 0.05 * (seed % 7)), dy = y - h * 0.35;
+    const VImage disc = ((dx * dx + dy * dy) < (h * h * 0.02)).ifthenelse(60.0, 0.0);
+    const VImage figure = (((x - w * 0.65).abs() < w * 0.06) & (y > h * 0.4)).ifthenelse(-110.0, 0.0);
+    // Fine detail everywhere (leaves, fabric) and sensor noise: what makes camera JPEGs big.
+    const VImage texture = (x * 23.0 + y * 7.0).sin() * (y * 19.0 - x * 5.0).sin() * 10.0;
+    const VImage noise = VImage::gaussnoise(width, height, VImage::option()->set("sigma", 2.0)->set("mean", 0.0)->set("seed", seed));
+    const VImage grey = sky + disc + figure + texture + noise;
+    const std::vector<double> tint{1.06, 1.0, 0.86};
+    const VImage rgb = (grey.bandjoin(grey).bandjoin(grey) * tint)
+                           .cast(VIPS_FORMAT_UCHAR)
+                           .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+    void *buf = nullptr;
+    size_t size = 0;
+    rgb.write_to_buffer(".jpg", &buf, &size, VImage::option()->set("Q", quality)->set("strip", true));
+    QByteArray out(static_cast<const char *>(buf), qsizetype(size));
+    g_free(buf);
+    return out;
+}
+
+Options realistic(const QByteArray &preview)
+{
+    Options o;
+    o.make = "NIKON CORPORATION";
+    o.model = "NIKON Z 6_2";
+    o.orientation = 1;
+    o.date = QDateTime(QDate(2023, 6, 17), QTime(12, 31, 2));
+    o.jpeg = preview.isEmpty() ? photoJpeg(6000, 4000, 90) : preview;
+    o.thumbWidth = 160;
+    o.thumbHeight = 120;
+    o.sensorBytes = 8 << 20;
+    o.exposureNum = 1;
+    o.exposureDen = 250;
+    o.fNumber = 2.8;
+    o.iso = 400;
+    o.focalLength = 50;
+    o.lensModel = "NIKKOR Z 50mm f/1.8 S";
+    o.bodySerial = "6012345";
+    return o;
 }
 
 } // namespace TiffRawWriter

@@ -686,7 +686,8 @@ void TestMainWindow::settingsApplyAtOnce()
     auto *dialog = s.window.findChild<SettingsDialog *>();
     QVERIFY(dialog);
     QTRY_VERIFY(dialog->isVisible());
-    QCOMPARE(dialog->pageTitles(), (QStringList{QStringLiteral("General"), QStringLiteral("Marcas"), QStringLiteral("Nitidez")}));
+    QCOMPARE(dialog->pageTitles(), (QStringList{QStringLiteral("General"), QStringLiteral("Marcas"), QStringLiteral("Imagen"),
+                                               QStringLiteral("Nitidez")}));
 
     QVERIFY(!dialog->autoAdvanceBox()->isChecked());
     dialog->autoAdvanceBox()->setChecked(true);

@@ -1,0 +1,144 @@
+#include "thumbscommand.h"
+
+#include "argparser.h"
+#include "terminalprogress.h"
+
+#include "imaging/diskkind.h"
+#include "imaging/imagepipeline.h"
+#include "model/folderscanner.h"
+
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
+#include <QMutex>
+#include <QThreadPool>
+#include <QWaitCondition>
+
+#include <cstdio>
+
+namespace {
+
+struct Row {
+    QString file;
+    ImagePipeline::Made thumb, preview;
+};
+
+QJsonObject madeJson(const ImagePipeline::Made &m)
+{
+    QJsonObject o;
+    o.insert(QStringLiteral("source"), m.source);
+    o.insert(QStringLiteral("ms"), qRound(m.ms * 10) / 10.0);
+    o.insert(QStringLiteral("width"), m.box ? m.box->image.width() : 0);
+    o.insert(QStringLiteral("height"), m.box ? m.box->image.height() : 0);
+    return o;
+}
+
+void printSummary(const char *title, const QList<Row> &rows, bool preview)
+{
+    struct Stat {
+        int count = 0;
+        double ms = 0;
+    };
+    QMap<QString, Stat> bySource;
+    int failed = 0;
+    for (const Row &r : rows) {
+        const ImagePipeline::Made &m = preview ? r.preview : r.thumb;
+        if (!m.box) {
+            ++failed;
+            continue;
+        }
+        Stat &s = bySource[m.source];
+        ++s.count;
+        s.ms += m.ms;
+    }
+    std::printf("%s\n", title);
+    for (auto it = bySource.cbegin(); it != bySource.cend(); ++it)
+        std::printf("  %-26s %5d  media %7.1f ms  total %8.0f ms\n", it.key().toUtf8().constData(), it->count,
+                    it->ms / it->count, it->ms);
+    if (failed)
+        std::printf("  %-26s %5d\n", "sin imagen", failed);
+}
+
+} // namespace
+
+int thumbsCommand(const QStringList &args)
+{
+    ArgParser p({"previews", "json"}, {});
+    if (!p.parse(args) || p.positional().size() != 1) {
+        if (!p.error().isEmpty())
+            std::fprintf(stderr, "%s\n", p.error().toUtf8().constData());
+        return 2;
+    }
+    const QString folder = FolderScanner::standardPath(p.positional().first());
+    if (!QFileInfo(folder).isDir()) {
+        std::fprintf(stderr, "«%s» no es una carpeta.\n", folder.toUtf8().constData());
+        return 1;
+    }
+    const ScanResult scan = FolderScanner::listFolder(folder, LoadToken());
+    if (scan.denied) {
+        std::fprintf(stderr, "No tienes permiso para leer «%s».\n", folder.toUtf8().constData());
+        return 1;
+    }
+    ImagePipeline pipeline;
+    const DiskKind kind = diskKindFor(folder);
+    pipeline.configure(folder, kind);
+    const bool previews = p.flag("previews");
+    const int previewPx = pipeline.previewPixels();
+
+    QList<Row> rows(scan.items.size());
+    QThreadPool pool;
+    pool.setMaxThreadCount(pipeline.thumbQueueWidth());
+    QMutex lock;
+    QWaitCondition progressed;
+    int done = 0;
+    QElapsedTimer wall;
+    wall.start();
+    for (qsizetype i = 0; i < scan.items.size(); ++i) {
+        pool.start([&, i] {
+            const ScannedItem &item = scan.items[i];
+            Row row;
+            row.file = item.url;
+            row.thumb = pipeline.thumbnailNow(item.previewURL, item.previewIsRaw);
+            if (previews)
+                row.preview = pipeline.previewNow(item.previewURL, item.previewIsRaw, previewPx);
+            QMutexLocker locker(&lock);
+            rows[i] = row;
+            ++done;
+            progressed.wakeAll();
+        });
+    }
+    {
+        TerminalProgress bar;
+        QMutexLocker locker(&lock);
+        while (done < scan.items.size()) {
+            bar.update(QStringLiteral("Miniaturas"), done, scan.items.size());
+            progressed.wait(&lock, 100);
+        }
+    }
+    pool.waitForDone();
+    pipeline.waitForIdle();
+    const double totalMs = wall.nsecsElapsed() / 1e6;
+
+    if (p.flag("json")) {
+        QJsonArray out;
+        for (const Row &r : std::as_const(rows)) {
+            QJsonObject o = madeJson(r.thumb);
+            o.insert(QStringLiteral("file"), r.file);
+            if (previews)
+                o.insert(QStringLiteral("preview"), madeJson(r.preview));
+            out.append(o);
+        }
+        std::printf("%s\n", QJsonDocument(out).toJson(QJsonDocument::Indented).constData());
+        return 0;
+    }
+    printSummary("Miniaturas", rows, false);
+    if (previews)
+        printSummary(QStringLiteral("Vistas previas (%1 px)").arg(previewPx).toUtf8().constData(), rows, true);
+    std::printf("%lld imágenes en %.0f ms (%.0f por segundo), disco: %s, %d hilos\n", qint64(rows.size()), totalMs,
+                totalMs > 0 ? rows.size() * 1000.0 / totalMs : 0.0, diskKindName(kind).toUtf8().constData(),
+                pipeline.thumbQueueWidth());
+    return 0;
+}
