@@ -2,8 +2,10 @@
 #include "imagedecoder.h"
 #include "vipsbitmap.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
+#include <QImageReader>
 #include <QFileInfo>
 #include <QSettings>
 #include <QStandardPaths>
@@ -142,12 +144,31 @@ std::optional<QString> DiskImageCache::diskKey(const QString &path, int pixels)
     return key.isEmpty() ? std::nullopt : std::optional<QString>(key);
 }
 
+// Far above any preview we write; a bigger file is not ours.
+constexpr qint64 kMaxCacheFileBytes = 256LL * 1024 * 1024;
+
 QImage DiskImageCache::load(const QString &key) const
 {
     if (!validKey(key))
         return {};
     const QByteArray path = QFile::encodeName(_dir + QLatin1Char('/') + key + QStringLiteral(".jpg"));
-    const QImage image = VipsBitmap::decodeJpegFile(QFile::decodeName(path), ImageDecoder::kMaxPixels);
+    // Cache files are small JPEGs we wrote ourselves: Qt's reader (libjpeg-turbo underneath)
+    // opens them with less set-up than a libvips pipeline, which matters at a grid's rate. It
+    // would show a cut file half grey, so a file must end where our encoder ends it.
+    QImage image;
+    QFile file(QFile::decodeName(path));
+    if (file.open(QIODevice::ReadOnly) && file.size() <= kMaxCacheFileBytes) {
+        const QByteArray bytes = file.readAll();
+        if (bytes.size() > 4 && bytes.startsWith("\xFF\xD8") && bytes.endsWith("\xFF\xD9")) {
+            QBuffer buffer;
+            buffer.setData(bytes);
+            QImageReader reader(&buffer, "jpeg");
+            if (reader.size().isValid() && qint64(reader.size().width()) * reader.size().height() <= ImageDecoder::kMaxPixels)
+                image = reader.read();
+        }
+    }
+    if (!image.isNull() && image.format() != QImage::Format_RGB32)
+        image = image.convertToFormat(QImage::Format_RGB32);
     if (image.isNull())
         return {};
     // Access dates drive eviction. Mounts with noatime never set them and relatime at most daily:
