@@ -1,5 +1,6 @@
 // The command line as a user runs it: the real executable on real folders.
 #include "marks/marksfile.h"
+#include "corvanerun.h"
 #include "testenv.h"
 
 #include <QJsonArray>
@@ -8,19 +9,6 @@
 #include <QProcess>
 #include <QtTest>
 
-namespace {
-struct Run {
-    int status = -1;
-    QByteArray out, err;
-};
-Run corvane(const QStringList &args)
-{
-    QProcess p;
-    p.start(qEnvironmentVariable("CORVANE_BIN"), args);
-    p.waitForFinished(30000);
-    return {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
-}
-} // namespace
 
 class TestCli : public QObject
 {
@@ -40,7 +28,7 @@ private slots:
         TestEnv::touch(dir.filePath("A.xmp"), "<x/>");
         TestEnv::touch(dir.filePath("clip.mp4"));
         TestEnv::touch(dir.filePath("sub/b.jpg"));
-        const Run r = corvane({"scan", "--json", dir.path()});
+        const CorvaneRun r = corvane({"scan", "--json", dir.path()});
         QCOMPARE(r.status, 0);
         const QJsonObject root = QJsonDocument::fromJson(r.out).object();
         const QJsonArray items = root.value("items").toArray();
@@ -60,11 +48,11 @@ private slots:
         QCOMPARE(root.value("truncated").toBool(), false);
         QCOMPARE(root.value("denied").toBool(), false);
 
-        const Run rec = corvane({"scan", "--recursive", "--json", dir.path()});
+        const CorvaneRun rec = corvane({"scan", "--recursive", "--json", dir.path()});
         QCOMPARE(QJsonDocument::fromJson(rec.out).object().value("items").toArray().size(), 3);
         QCOMPARE(QJsonDocument::fromJson(rec.out).object().value("folderCount").toInt(), 2);
         // Plain text: one line per shot.
-        const Run text = corvane({"scan", dir.path()});
+        const CorvaneRun text = corvane({"scan", dir.path()});
         QVERIFY(text.out.contains("NEF+JPG\t15\t"));
     }
 
@@ -74,7 +62,7 @@ private slots:
         const QString nef = TestEnv::touch(dir.filePath("IMG_1.NEF"));
         TestEnv::touch(dir.filePath("IMG_1.JPG"));
         const QString b = TestEnv::touch(dir.filePath("b.jpg"));
-        Run r = corvane({"mark", "--color", "3", "--rating", "4", "--tag", "on", "--rotate", "1", nef, b});
+        CorvaneRun r = corvane({"mark", "--color", "3", "--rating", "4", "--tag", "on", "--rotate", "1", nef, b});
         QCOMPARE(r.status, 0);
         // On disk as soon as the command returns.
         auto f = MarksFile::load(dir.path());
@@ -100,7 +88,7 @@ private slots:
         QCOMPARE(corvane({"mark", "--tag", "maybe", dir.filePath("x.jpg")}).status, 2);
         QCOMPARE(corvane({"scan"}).status, 2);
         QCOMPARE(corvane({"scan", "--bogus", dir.path()}).status, 2);
-        const Run missing = corvane({"mark", "--color", "1", dir.filePath("missing.jpg")});
+        const CorvaneRun missing = corvane({"mark", "--color", "1", dir.filePath("missing.jpg")});
         QCOMPARE(missing.status, 1);
         QVERIFY(QString::fromUtf8(missing.err).contains(QStringLiteral("No existe")));
         QCOMPARE(corvane({"scan", dir.filePath("nothing")}).status, 1);

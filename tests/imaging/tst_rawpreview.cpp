@@ -6,6 +6,7 @@
 
 #include "cli/tiffrawwriter.h"
 #include "imaging/rawpreview.h"
+#include "corvanerun.h"
 #include "testenv.h"
 
 #include <QDir>
@@ -163,17 +164,6 @@ QByteArray noise(qsizetype size, quint32 seed)
     return b;
 }
 
-struct Run {
-    int status = -1;
-    QByteArray out, err;
-};
-Run corvane(const QStringList &args)
-{
-    QProcess p;
-    p.start(qEnvironmentVariable("CORVANE_BIN"), args);
-    p.waitForFinished(60000);
-    return {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
-}
 
 } // namespace
 
@@ -1142,7 +1132,7 @@ private slots:
         const QString none = writeFile(dir, "notes.txt", "hola");
         const QString searched = writeFile(dir, "thumb.cr3", QByteArray(100, ' ') + tinyJpeg(160, 120));
 
-        Run r = corvane({"raw-previews", "--json", "--size", "1600", raw, none, searched});
+        CorvaneRun r = corvane({"raw-previews", "--json", "--size", "1600", raw, none, searched});
         QCOMPARE(r.status, 0);
         const QJsonArray files = QJsonDocument::fromJson(r.out).array();
         QCOMPARE(files.size(), 3);
