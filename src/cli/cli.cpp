@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "rawpreviewscommand.h"
+#include "sharpnesscommand.h"
 #include "thumbscommand.h"
 
 #include <QCoreApplication>
@@ -22,6 +23,7 @@ const Command kCommands[] = {
     {"marks", &Commands::marks, "corvane marks [--json] CARPETA"},
     {"mark", &Commands::mark, "corvane mark [--color N] [--rating N] [--tag on|off] [--rotate N] ARCHIVO..."},
     {"thumbs", &thumbsCommand, "corvane thumbs [--previews] [--json] CARPETA"},
+    {"sharpness", &sharpnessCommand, "corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"},
     {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},
     {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
 };

@@ -1,0 +1,396 @@
+#include "analysis/sharpness.h"
+#include "analysis/sharpnesscache.h"
+#include "analysis/sharpverdict.h"
+#include "cli/sharpnesscommand.h"
+
+#include "testenv.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QImage>
+#include <QPainter>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace {
+
+// A fixed scene with hard edges at many places and scales: rectangles, rings and lines of
+// several greys. No randomness, so every run measures the same pixels.
+QImage sharpScene(int w, int h)
+{
+    QImage img(w, h, QImage::Format_RGB32);
+    img.fill(QColor(128, 128, 128));
+    QPainter p(&img);
+    p.setRenderHint(QPainter::Antialiasing, false);
+    int shade = 0;
+    for (int y = 0; y < h; y += 40) {
+        for (int x = 0; x < w; x += 40) {
+            shade = (shade * 37 + 71) % 256;
+            p.fillRect(x + 4, y + 4, 28 + (x / 40) % 8, 20 + (y / 40) % 12, QColor(shade, 255 - shade, (shade * 3) % 256));
+            p.setPen(QPen(QColor(255 - shade, shade, 40), 1 + (x / 40) % 3));
+            p.drawLine(x, y + 36, x + 36, y + 10);
+            p.drawEllipse(QPoint(x + 20, y + 20), 9, 6);
+        }
+    }
+    p.end();
+    return img;
+}
+
+// Separable box blur of radius `rx` × `ry`, edges clamped; two passes of it are close to a Gaussian.
+QImage boxBlur(const QImage &src, int rx, int ry)
+{
+    QImage in = src.convertToFormat(QImage::Format_RGB32);
+    const int w = in.width(), h = in.height();
+    auto pass = [&](const QImage &from, bool horizontal, int r) {
+        QImage to(w, h, QImage::Format_RGB32);
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                int sr = 0, sg = 0, sb = 0, n = 0;
+                for (int d = -r; d <= r; ++d) {
+                    const int xx = horizontal ? std::clamp(x + d, 0, w - 1) : x;
+                    const int yy = horizontal ? y : std::clamp(y + d, 0, h - 1);
+                    const QRgb c = reinterpret_cast<const QRgb *>(from.constScanLine(yy))[xx];
+                    sr += qRed(c);
+                    sg += qGreen(c);
+                    sb += qBlue(c);
+                    ++n;
+                }
+                reinterpret_cast<QRgb *>(to.scanLine(y))[x] = qRgb(sr / n, sg / n, sb / n);
+            }
+        }
+        return to;
+    };
+    QImage out = in;
+    if (rx > 0)
+        out = pass(out, true, rx);
+    if (ry > 0)
+        out = pass(out, false, ry);
+    return out;
+}
+
+QImage gaussianLike(const QImage &src, int r) { return boxBlur(boxBlur(src, r, r), r, r); }
+
+} // namespace
+
+class TestSharpness : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { TestEnv::isolate(); }
+
+    void workingSize_data()
+    {
+        QTest::addColumn<QSize>("in");
+        QTest::addColumn<QSize>("out");
+        QTest::newRow("6000x4000") << QSize(6000, 4000) << QSize(1600, 1066);
+        QTest::newRow("portrait") << QSize(4000, 6000) << QSize(1066, 1600);
+        QTest::newRow("small kept") << QSize(800, 600) << QSize(800, 600);
+        QTest::newRow("never below 16") << QSize(10, 10) << QSize(16, 16);
+        QTest::newRow("thin strip") << QSize(8000, 40) << QSize(1600, 16);
+    }
+    void workingSize()
+    {
+        QFETCH(QSize, in);
+        QFETCH(QSize, out);
+        QCOMPARE(sharpnessWorkingSize(in.width(), in.height()), out);
+    }
+
+    void uniformGreyScoresZero()
+    {
+        QImage img(800, 600, QImage::Format_RGB32);
+        img.fill(QColor(90, 90, 90));
+        const SharpResult r = measureSharpness(img);
+        QCOMPARE(r.best, 0.0);
+        // Ties keep reading order: the top-left tile comes first.
+        QCOMPARE(r.focusX, 0.5 / 12);
+        QCOMPARE(r.focusY, 0.5 / 12);
+        QVERIFY(!r.face && !r.eyesClosed && !r.eyeOpen);
+    }
+
+    void uniformGreyThroughResampling()
+    {
+        QImage img(3000, 2000, QImage::Format_RGB32);
+        img.fill(QColor(200, 150, 100));
+        QCOMPARE(measureSharpness(img).best, 0.0);
+    }
+
+    void tinyImageScoresZero()
+    {
+        // Measured at 16 × 16: every tile is narrower than three pixels, so none is measured.
+        QImage img = sharpScene(10, 10);
+        QCOMPARE(measureSharpness(img).best, 0.0);
+    }
+
+    void nullImageScoresZero() { QCOMPARE(measureSharpness(QImage()).best, 0.0); }
+
+    void singleBrightPixel()
+    {
+        // 48 × 48: column/row 1 spans 4…7, 16 pixels. A 255 at (5, 5) gives L = 1020 there and
+        // −255 at its four neighbours, all inside that tile: ΣL = 0, ΣL² = 1020² + 4·255².
+        const int W = 48, H = 48, stride = 53;
+        std::vector<uint8_t> grey(size_t(stride * H), 0);
+        for (int y = 0; y < H; ++y)
+            for (int x = W; x < stride; ++x)
+                grey[size_t(y * stride + x)] = 255;   // padding must never be read
+        grey[size_t(5 * stride + 5)] = 255;
+        const SharpResult r = measureGrey(grey.data(), W, H, stride);
+        const double tile = (1020.0 * 1020.0 + 4 * 255.0 * 255.0) / 16.0;
+        QCOMPARE(tile, 81281.25);
+        QCOMPARE(r.best, tile / 3);   // the other two best tiles are 0, still divided by 3
+        QCOMPARE(r.focusX, 1.5 / 12);
+        QCOMPARE(r.focusY, 1.5 / 12);
+    }
+
+    void borderIsNeverMeasured()
+    {
+        const int W = 48, H = 48;
+        std::vector<uint8_t> grey(size_t(W * H), 0);
+        grey[0] = 255;
+        grey[size_t(W - 1)] = 255;
+        grey[size_t((H - 1) * W)] = 255;
+        grey[size_t(H * W - 1)] = 255;
+        QCOMPARE(measureGrey(grey.data(), W, H, W).best, 0.0);
+    }
+
+    void stepEdgeByHand()
+    {
+        // A vertical step 0 | 100 at x = 24 in a 48 × 48 bitmap. Tile column 5 spans x 20…23:
+        // only x = 23 sees L = −100, over 4 × 4 pixels per tile → variance 10000/4 − 25² = 1875.
+        // Column 6 (24…27): x = 24 sees L = +100, the same variance.
+        const int W = 48, H = 48;
+        std::vector<uint8_t> grey(size_t(W * H), 0);
+        for (int y = 0; y < H; ++y)
+            for (int x = 24; x < W; ++x)
+                grey[size_t(y * W + x)] = 100;
+        const SharpResult r = measureGrey(grey.data(), W, H, W);
+        QCOMPARE(r.best, 1875.0);
+        QCOMPARE(r.focusX, 5.5 / 12);
+        QCOMPARE(r.focusY, 0.5 / 12);
+    }
+
+    void matchesPlainReference_data()
+    {
+        QTest::addColumn<int>("W");
+        QTest::addColumn<int>("H");
+        QTest::newRow("odd sizes") << 157 << 91;
+        QTest::newRow("working maximum") << 1600 << 1066;
+        QTest::newRow("wide tiles") << 5000 << 40;
+        QTest::newRow("rows past one block") << 30000 << 48;
+    }
+    void matchesPlainReference()
+    {
+        // The grid measure written the slow, obvious way, on a fixed pattern with padded rows.
+        QFETCH(int, W);
+        QFETCH(int, H);
+        const int stride = W + 7;
+        std::vector<uint8_t> grey(size_t(stride) * size_t(H));
+        for (size_t i = 0; i < grey.size(); ++i)
+            grey[i] = uint8_t((i * 2654435761u) >> 24);
+        std::vector<std::array<double, 3>> tiles;
+        for (int r = 0; r < 12; ++r)
+            for (int c = 0; c < 12; ++c) {
+                const int x0 = std::max(c * W / 12, 1), x1 = std::min((c + 1) * W / 12, W - 1);
+                const int y0 = std::max(r * H / 12, 1), y1 = std::min((r + 1) * H / 12, H - 1);
+                double v = 0;
+                if (x0 + 2 < x1 && y0 + 2 < y1) {
+                    double sum = 0, sq = 0, n = 0;
+                    for (int y = y0; y < y1; ++y)
+                        for (int x = x0; x < x1; ++x) {
+                            auto at = [&](int xx, int yy) { return double(grey[size_t(yy * stride + xx)]); };
+                            const double l = 4 * at(x, y) - at(x, y - 1) - at(x, y + 1) - at(x - 1, y) - at(x + 1, y);
+                            sum += l;
+                            sq += l * l;
+                            ++n;
+                        }
+                    v = std::max(sq / n - (sum / n) * (sum / n), 0.0);
+                }
+                tiles.push_back({v, (c + 0.5) / 12, (r + 0.5) / 12});
+            }
+        std::stable_sort(tiles.begin(), tiles.end(), [](const auto &a, const auto &b) { return a[0] > b[0]; });
+        const SharpResult got = measureGrey(grey.data(), W, H, stride);
+        QCOMPARE(got.best, (tiles[0][0] + tiles[1][0] + tiles[2][0]) / 3);
+        QCOMPARE(got.focusX, tiles[0][1]);
+        QCOMPARE(got.focusY, tiles[0][2]);
+    }
+
+    void sharpBeatsBlurred()
+    {
+        const QImage sharp = sharpScene(1200, 800);
+        const double s = measureSharpness(sharp).best;
+        const double g = measureSharpness(gaussianLike(sharp, 4)).best;
+        const double m = measureSharpness(boxBlur(sharp, 10, 0)).best;
+        QVERIFY2(s > 110, qPrintable(QString::number(s)));
+        QVERIFY2(s > 10 * g, qPrintable(QStringLiteral("%1 vs %2").arg(s).arg(g)));
+        QVERIFY2(s > 4 * m, qPrintable(QStringLiteral("%1 vs %2").arg(s).arg(m)));
+        QCOMPARE(sharpVerdict(g, std::nullopt, SharpSensitivity::normal), int(SharpBlurry));
+        QCOMPARE(sharpVerdict(s, std::nullopt, SharpSensitivity::normal), int(SharpSharp));
+    }
+
+    void sharpSubjectOnBlurredBackground()
+    {
+        const QImage sharp = sharpScene(1200, 800);
+        const QImage blurred = gaussianLike(sharp, 4);
+        QImage mixed = blurred;
+        // 300 × 240 in the middle covers several whole 100 × 66 tiles.
+        const QRect subject(450, 280, 300, 240);
+        QPainter(&mixed).drawImage(subject.topLeft(), sharp.copy(subject));
+        const SharpResult r = measureSharpness(mixed);
+        const double b = measureSharpness(blurred).best;
+        QVERIFY2(r.best >= 110, qPrintable(QString::number(r.best)));
+        QVERIFY(r.best > 10 * b);
+        QVERIFY(subject.contains(QPoint(int(r.focusX * 1200), int(r.focusY * 800))));
+    }
+
+    void jpegAndPngAgree()
+    {
+        QTemporaryDir dir;
+        // Neutral greys: JPEG halves colour resolution by design, and saturated colour edges would
+        // measure that rather than the small loss in brightness detail real photos show.
+        const QImage sharp = sharpScene(2400, 1600).convertToFormat(QImage::Format_Grayscale8);
+        const QString jpg = dir.filePath("a.jpg"), png = dir.filePath("a.png");
+        QVERIFY(sharp.save(jpg, "JPG", 95));
+        QVERIFY(sharp.save(png, "PNG"));
+        const auto j = measureSharpnessOfFile(jpg, false);
+        const auto p = measureSharpnessOfFile(png, false);
+        QVERIFY(j && p);
+        QVERIFY2(std::abs(j->best - p->best) <= 0.1 * p->best, qPrintable(QStringLiteral("%1 vs %2").arg(j->best).arg(p->best)));
+    }
+
+    void unreadableFileIsNotMeasured()
+    {
+        QTemporaryDir dir;
+        const QString path = TestEnv::touch(dir.filePath("broken.jpg"), "not a jpeg");
+        QVERIFY(!measureSharpnessOfFile(path, false));
+    }
+
+    void cacheRoundTrip()
+    {
+        QTemporaryDir dir;
+        SharpResult r;
+        r.best = 321.5;
+        r.focusX = 0.125;
+        r.focusY = 0.875;
+        {
+            SharpnessCache cache(dir.path());
+            QVERIFY(!cache.get("a|1|2"));
+            QVERIFY(!cache.isDirty());
+            cache.put("a|1|2", r);
+            QVERIFY(cache.isDirty());
+            QVERIFY(cache.save());
+            QVERIFY(!cache.isDirty());
+            QVERIFY(QFile::exists(dir.filePath("nitidez-v6.json")));
+        }
+        SharpnessCache reopened(dir.path());
+        const auto got = reopened.get("a|1|2");
+        QVERIFY(got);
+        QCOMPARE(got->best, 321.5);
+        QCOMPARE(got->focusX, 0.125);
+        QCOMPARE(got->focusY, 0.875);
+        QVERIFY(!reopened.get("b|1|2"));
+    }
+
+    void saveWithoutChangesWritesNothing()
+    {
+        QTemporaryDir dir;
+        SharpnessCache cache(dir.path());
+        QVERIFY(cache.save());
+        QVERIFY(!QFile::exists(dir.filePath("nitidez-v6.json")));
+    }
+
+    void oldGenerationsDeletedOnOpen()
+    {
+        QTemporaryDir dir;
+        const QStringList old{"nitidez.json", "nitidez-caras.json", "nitidez-v3.json", "nitidez-v4.json", "nitidez-v5.json"};
+        for (const QString &name : old)
+            TestEnv::touch(dir.filePath(name), "{}");
+        TestEnv::touch(dir.filePath("otro.json"), "{}");
+        SharpnessCache cache(dir.path());
+        for (const QString &name : old)
+            QVERIFY2(!QFile::exists(dir.filePath(name)), qPrintable(name));
+        QVERIFY(QFile::exists(dir.filePath("otro.json")));
+    }
+
+    void corruptFileGivesEmptyCache_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("garbage") << QByteArray("\x01\x02 not json {");
+        QTest::newRow("array") << QByteArray("[1,2,3]");
+        QTest::newRow("bad record") << QByteArray(R"({"a|1|2":{"s":"x"},"b|1|2":7})");
+        QTest::newRow("empty") << QByteArray();
+    }
+    void corruptFileGivesEmptyCache()
+    {
+        QFETCH(QByteArray, bytes);
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath("nitidez-v6.json"), bytes);
+        SharpnessCache cache(dir.path());
+        QVERIFY(!cache.get("a|1|2"));
+        QVERIFY(!cache.get("b|1|2"));
+        // And it recovers: a new result replaces the damaged file.
+        cache.put("c|1|2", SharpResult{});
+        QVERIFY(cache.save());
+        QVERIFY(SharpnessCache(dir.path()).get("c|1|2"));
+    }
+
+    void photoKeyFollowsFileIdentity()
+    {
+        QTemporaryDir dir;
+        const QString path = TestEnv::touch(dir.filePath("x.jpg"), "12345");
+        const QString k1 = SharpnessCache::photoKey(path);
+        QVERIFY(k1.startsWith(path + "|5|"));
+        QCOMPARE(SharpnessCache::photoKey(path), k1);
+
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadWrite));
+        const QDateTime when = f.fileTime(QFileDevice::FileModificationTime);
+        QVERIFY(f.setFileTime(when.addSecs(-3600), QFileDevice::FileModificationTime));
+        f.close();
+        const QString k2 = SharpnessCache::photoKey(path);
+        QVERIFY(k2 != k1);
+
+        TestEnv::touch(path, "123456");
+        QVERIFY(SharpnessCache::photoKey(path) != k2);
+        QVERIFY(SharpnessCache::photoKey(path).contains("|6|"));
+    }
+
+    void sharedCacheLivesInUserCache()
+    {
+        const QString expected = qEnvironmentVariable("XDG_CACHE_HOME") + "/com.tessaly.corvane/nitidez-v6.json";
+        QCOMPARE(SharpnessCache::shared().url(), expected);
+        QVERIFY(&SharpnessCache::shared() == &SharpnessCache::shared());
+    }
+
+    void commandRejectsBadUsage()
+    {
+        QCOMPARE(sharpnessCommand({}), 2);
+        QCOMPARE(sharpnessCommand({"--sensitivity", "extreme", "/tmp"}), 2);
+        QCOMPARE(sharpnessCommand({"--bogus", "/tmp"}), 2);
+        QCOMPARE(sharpnessCommand({"/nonexistent/corvane-folder"}), 1);
+    }
+
+    void commandMeasuresAndFillsCache()
+    {
+        QTemporaryDir dir;
+        const QImage sharp = sharpScene(1200, 800);
+        QVERIFY(sharp.save(dir.filePath("a.jpg"), "JPG", 95));
+        QVERIFY(gaussianLike(sharp, 4).save(dir.filePath("b.jpg"), "JPG", 95));
+        QCOMPARE(sharpnessCommand({"--json", "--sensitivity", "strict", dir.path()}), 0);
+        SharpnessCache &cache = SharpnessCache::shared();
+        QVERIFY(!cache.isDirty());
+        const auto a = cache.get(SharpnessCache::photoKey(dir.filePath("a.jpg")));
+        const auto b = cache.get(SharpnessCache::photoKey(dir.filePath("b.jpg")));
+        QVERIFY(a && b);
+        QVERIFY(a->best > b->best);
+        QVERIFY(QFile::exists(cache.url()));
+        // A second run reads everything from the cache.
+        QCOMPARE(sharpnessCommand({dir.path()}), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSharpness)
+#include "tst_sharpness.moc"
