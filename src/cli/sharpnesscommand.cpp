@@ -1,7 +1,7 @@
 #include "sharpnesscommand.h"
 
 #include "argparser.h"
-#include "terminalprogress.h"
+#include "parallelrun.h"
 
 #include "analysis/sharpness.h"
 #include "analysis/sharpnesscache.h"
@@ -14,12 +14,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
-#include <QMutex>
 #include <QThread>
-#include <QThreadPool>
-#include <QWaitCondition>
 
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -81,47 +79,27 @@ int sharpnessCommand(const QStringList &args)
     }
 
     SharpnessCache &cache = SharpnessCache::shared();
-    QList<Row> rows(scan.items.size());
-    QThreadPool pool;
-    pool.setMaxThreadCount(QThread::idealThreadCount());
-    QMutex lock;
-    QWaitCondition progressed;
-    qsizetype done = 0;
-    for (qsizetype i = 0; i < scan.items.size(); ++i) {
-        pool.start([&, i] {
-            const ScannedItem &item = scan.items[i];
-            const QString key = SharpnessCache::photoKey(item.previewURL);
-            std::optional<SharpResult> result = cache.get(key);
-            if (!result) {
-                result = measureSharpnessOfFile(item.previewURL, item.previewIsRaw);
-                if (result)
-                    cache.put(key, *result);
-            }
-            Row row;
-            row.file = QFileInfo(item.url).fileName();
-            row.result = result;
-            if (result) {
-                row.level = sharpVerdict(result->best, std::nullopt, sensitivity);
-                row.verdict = verdictText(item, *result, sensitivity, row.level);
-            } else {
-                row.verdict = QStringLiteral("No se pudo leer la imagen");
-            }
-            QMutexLocker locker(&lock);
-            rows[i] = row;
-            ++done;
-            progressed.wakeAll();
-        });
-    }
-    {
-        TerminalProgress bar;
-        QMutexLocker locker(&lock);
-        while (done < scan.items.size()) {
-            bar.update(QStringLiteral("Nitidez"), done, scan.items.size());
-            progressed.wait(&lock, 100);
+    std::vector<Row> rows(size_t(scan.items.size()));
+    parallelRun(scan.items.size(), QThread::idealThreadCount(), QStringLiteral("Nitidez"), [&](qsizetype i) {
+        const ScannedItem &item = scan.items[i];
+        const QString key = SharpnessCache::photoKey(item.previewURL);
+        std::optional<SharpResult> result = cache.get(key);
+        if (!result) {
+            result = measureSharpnessOfFile(item.previewURL, item.previewIsRaw);
+            if (result)
+                cache.put(key, *result);
         }
-        bar.finish();
-    }
-    pool.waitForDone();
+        Row row;
+        row.file = QFileInfo(item.url).fileName();
+        row.result = result;
+        if (result) {
+            row.level = sharpVerdict(result->best, std::nullopt, sensitivity);
+            row.verdict = verdictText(item, *result, sensitivity, row.level);
+        } else {
+            row.verdict = QStringLiteral("No se pudo leer la imagen");
+        }
+        rows[size_t(i)] = row;
+    });
     if (!cache.save())
         std::fprintf(stderr, "No se pudo guardar la caché de nitidez en «%s».\n", cache.url().toUtf8().constData());
 

@@ -1,7 +1,7 @@
 #include "thumbscommand.h"
 
 #include "argparser.h"
-#include "terminalprogress.h"
+#include "parallelrun.h"
 
 #include "imaging/diskkind.h"
 #include "imaging/imagepipeline.h"
@@ -13,11 +13,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
-#include <QMutex>
-#include <QThreadPool>
-#include <QWaitCondition>
 
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -36,7 +34,7 @@ QJsonObject madeJson(const ImagePipeline::Made &m)
     return o;
 }
 
-void printSummary(const char *title, const QList<Row> &rows, bool preview)
+void printSummary(const char *title, const std::vector<Row> &rows, bool preview)
 {
     struct Stat {
         int count = 0;
@@ -88,37 +86,18 @@ int thumbsCommand(const QStringList &args)
     const bool previews = p.flag("previews");
     const int previewPx = pipeline.previewPixels();
 
-    QList<Row> rows(scan.items.size());
-    QThreadPool pool;
-    pool.setMaxThreadCount(pipeline.thumbQueueWidth());
-    QMutex lock;
-    QWaitCondition progressed;
-    int done = 0;
+    std::vector<Row> rows(size_t(scan.items.size()));
     QElapsedTimer wall;
     wall.start();
-    for (qsizetype i = 0; i < scan.items.size(); ++i) {
-        pool.start([&, i] {
-            const ScannedItem &item = scan.items[i];
-            Row row;
-            row.file = item.url;
-            row.thumb = pipeline.thumbnailNow(item.previewURL, item.previewIsRaw);
-            if (previews)
-                row.preview = pipeline.previewNow(item.previewURL, item.previewIsRaw, previewPx);
-            QMutexLocker locker(&lock);
-            rows[i] = row;
-            ++done;
-            progressed.wakeAll();
-        });
-    }
-    {
-        TerminalProgress bar;
-        QMutexLocker locker(&lock);
-        while (done < scan.items.size()) {
-            bar.update(QStringLiteral("Miniaturas"), done, scan.items.size());
-            progressed.wait(&lock, 100);
-        }
-    }
-    pool.waitForDone();
+    parallelRun(scan.items.size(), pipeline.thumbQueueWidth(), QStringLiteral("Miniaturas"), [&](qsizetype i) {
+        const ScannedItem &item = scan.items[i];
+        Row row;
+        row.file = item.url;
+        row.thumb = pipeline.thumbnailNow(item.previewURL, item.previewIsRaw);
+        if (previews)
+            row.preview = pipeline.previewNow(item.previewURL, item.previewIsRaw, previewPx);
+        rows[size_t(i)] = row;
+    });
     pipeline.waitForIdle();
     const double totalMs = wall.nsecsElapsed() / 1e6;
 

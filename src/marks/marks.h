@@ -1,7 +1,7 @@
 #pragma once
 // One shot's marks as they are stored: every field optional, absent ones omitted from JSON.
 #include "model/colorclass.h"
-#include "model/cropspec.h"
+#include "model/crop.h"
 
 #include <QJsonObject>
 #include <optional>

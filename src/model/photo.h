@@ -2,7 +2,7 @@
 // One shot of the open folder. Owned and touched only by the GUI thread (through AppState); the
 // other threads see copies of the paths they need, never the record.
 #include "colorclass.h"
-#include "cropspec.h"
+#include "crop.h"
 #include "facet.h"
 #include "photometa.h"
 #include "scanneditem.h"
