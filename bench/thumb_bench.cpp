@@ -7,6 +7,7 @@
 // glib (under libvips) names a struct member "signals", a word Qt's headers define away: it goes first.
 #include <vips/vips8>
 
+#include "benchjpegs.h"
 #include "imaging/imagedecoder.h"
 
 #include <QCoreApplication>
@@ -28,43 +29,6 @@ namespace {
 constexpr int kRuns = 3;
 constexpr int kSize = 420;
 constexpr int kWidth = 6000, kHeight = 4000;
-
-// `files` camera-sized JPEGs with photographic detail (blurred noise over colour gradients,
-// about 8 MB each), made once and reused by later runs.
-QStringList benchFiles(int files)
-{
-    const QString dir = QDir::tempPath() + QStringLiteral("/corvane-thumb-bench");
-    QStringList paths;
-    for (int i = 1; i <= files; ++i)
-        paths << dir + QStringLiteral("/DSC_%1.JPG").arg(i, 5, 10, QLatin1Char('0'));
-    if (std::all_of(paths.begin(), paths.end(), [](const QString &p) { return QFile::exists(p); }))
-        return paths;
-
-    std::fprintf(stderr, "thumb_bench: writing %d JPEGs of %d×%d into %s (once)\n", files, kWidth, kHeight, qPrintable(dir));
-    if (!QDir().mkpath(dir))
-        return {};
-    try {
-        using vips::VImage;
-        const VImage noise = VImage::gaussnoise(kWidth, kHeight, VImage::option()->set("sigma", 40.0)->set("mean", 128.0))
-                                 .gaussblur(1.2);
-        const VImage xyz = VImage::xyz(kWidth, kHeight);
-        const VImage gradient = (xyz[0] * (255.0 / kWidth)).bandjoin(xyz[1] * (255.0 / kHeight)).bandjoin(xyz[0] * 0.0 + 90.0);
-        const VImage base = (gradient * 0.6 + noise * 0.4).copy_memory();
-        for (int i = 0; i < files; ++i) {
-            if (QFile::exists(paths[i]))
-                continue;
-            const double shift = (i * 37) % 60 - 30;
-            (base + shift).cast(VIPS_FORMAT_UCHAR)
-                .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB))
-                .jpegsave(QFile::encodeName(paths[i] + QStringLiteral(".part")).constData(), VImage::option()->set("Q", 92));
-            QFile::rename(paths[i] + QStringLiteral(".part"), paths[i]);
-        }
-    } catch (const vips::VError &e) {
-        std::fprintf(stderr, "thumb_bench: %s\n", e.what());
-        return {};
-    }
-    return paths;
-}
 
 // Processor time (user + system) of this process or of its waited-for children, in ms. On a
 // machine shared with other work it tells more than the wall clock.
@@ -163,7 +127,7 @@ int main(int argc, char **argv)
     }
     if (VIPS_INIT(argv[0]) != 0)
         return 1;
-    const QStringList files = benchFiles(count);
+    const QStringList files = benchJpegs(QStringLiteral("corvane-thumb-bench"), count, kWidth, kHeight);
     if (files.isEmpty()) {
         std::fprintf(stderr, "thumb_bench: no se pudo preparar la carpeta de prueba\n");
         return 1;

@@ -85,6 +85,8 @@ bool SharpnessCache::isDirty() const
 
 bool SharpnessCache::save()
 {
+    // One writer at a time, so an older snapshot can never land after a newer one.
+    QMutexLocker saving(&saveLock);
     QJsonObject root;
     quint64 savedGeneration;
     {

@@ -1,7 +1,7 @@
 #pragma once
 // Sharpness results kept across runs in "nitidez-v6.json" under the user's cache folder, keyed on
 // the file's identity (path, size, modification time) so a changed file is measured again.
-// Thread-safe: get() and put() may be called from any worker; save() from any one thread at a time.
+// Thread-safe: get(), put() and save() may be called from any thread.
 #include "sharpness.h"
 
 #include <QHash>
@@ -41,6 +41,7 @@ private:
 
     const QString _url;
     mutable QMutex lock;
+    QMutex saveLock;                 // held for a whole save
     QHash<QString, Stored> values;   // guarded by lock
     bool dirty = false;              // guarded by lock
     quint64 generation = 0;          // guarded by lock; counts puts, so a save racing a put stays dirty

@@ -13,6 +13,7 @@
 #include "singleview.h"
 #include "toast.h"
 
+#include "analysis/sharpnessanalyzer.h"
 #include "imaging/diskkind.h"
 #include "imaging/imagepipeline.h"
 #include "marks/marksstore.h"
@@ -107,18 +108,26 @@ MainWindow::MainWindow(AppState &state, MarksStore &store, QWidget *parent)
     buildStatusBar();
     restoreLayout();
 
+    // Every shot of the open folder is scored in the background; a new folder drops the old work.
+    _analyzer = new SharpnessAnalyzer(this);
+    connect(_analyzer, &SharpnessAnalyzer::measured, &_state, &AppState::applySharpness);
+    connect(_analyzer, &SharpnessAnalyzer::progressChanged, this, &MainWindow::updateSharpnessProgress);
+
     connect(&state, &AppState::folderChanged, this, [this] {
+        _analyzer->cancel();
         _state.setViewMode(ViewMode::grid);   // a folder opens on its grid
         updateCentre();
         updateStatus();
         updateTitle();
     });
     connect(&state, &AppState::loaded, this, [this] {
+        measureSharpness(true);
         updateCentre();
         updateStatus();
         updateTitle();
     });
     connect(&state, &AppState::photosChanged, this, [this] {
+        measureSharpness(false);   // shots that arrived (camera, watcher) are scored too
         updateCentre();
         updateStatus();
     });
@@ -597,6 +606,43 @@ void MainWindow::buildStatusBar()
     _progress->setTextVisible(false);
     bar->addPermanentWidget(_progressText);
     bar->addPermanentWidget(_progress);
+
+    _sharpText = new QLabel(bar);
+    _sharpText->setObjectName(QStringLiteral("statusSharpnessText"));
+    _sharpProgress = new QProgressBar(bar);
+    _sharpProgress->setObjectName(QStringLiteral("statusSharpness"));
+    _sharpProgress->setFixedWidth(100);
+    _sharpProgress->setMaximumHeight(8);
+    _sharpProgress->setTextVisible(false);
+    bar->addPermanentWidget(_sharpText);
+    bar->addPermanentWidget(_sharpProgress);
+    _sharpText->hide();
+    _sharpProgress->hide();
+}
+
+void MainWindow::measureSharpness(bool newFolder)
+{
+    QList<SharpnessAnalyzer::Job> jobs;
+    jobs.reserve(_state.photos().size());
+    for (const auto &p : _state.photos())
+        if (!p->sharpness() && !p->previewURL().isEmpty())
+            jobs.append({p->id, p->previewURL(), p->previewIsRaw});
+    if (newFolder)
+        _analyzer->start(jobs);
+    else
+        _analyzer->add(jobs);
+}
+
+void MainWindow::updateSharpnessProgress(int done, int total)
+{
+    const bool busy = total > 0 && done < total;
+    _sharpText->setVisible(busy);
+    _sharpProgress->setVisible(busy);
+    if (!busy)
+        return;
+    _sharpText->setText(QStringLiteral("Analizando nitidez · %1 de %2").arg(done).arg(total));
+    _sharpProgress->setRange(0, total);
+    _sharpProgress->setValue(done);
 }
 
 void MainWindow::restoreLayout()

@@ -24,6 +24,7 @@ class QSplitter;
 class QStackedWidget;
 class QTimer;
 class SettingsDialog;
+class SharpnessAnalyzer;
 class Sidebar;
 class SingleView;
 class ThumbnailSource;
@@ -98,6 +99,8 @@ private:
     void stepThumbSize(int delta);
     void configurePipeline();
     void afterCachesEmptied();
+    void measureSharpness(bool newFolder);
+    void updateSharpnessProgress(int done, int total);
 
     AppState &_state;
     MarksStore &_store;
@@ -124,6 +127,9 @@ private:
     QLabel *_selection = nullptr;
     QLabel *_progressText = nullptr;
     QProgressBar *_progress = nullptr;
+    SharpnessAnalyzer *_analyzer = nullptr;
+    QLabel *_sharpText = nullptr;
+    QProgressBar *_sharpProgress = nullptr;
     QPointer<SettingsDialog> _settings;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;

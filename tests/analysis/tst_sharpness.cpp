@@ -1,14 +1,18 @@
 #include "analysis/sharpness.h"
+#include "analysis/sharpnessanalyzer.h"
 #include "analysis/sharpnesscache.h"
 #include "analysis/sharpverdict.h"
 #include "cli/sharpnesscommand.h"
 
 #include "testenv.h"
+#include "testscenes.h"
 
 #include <QDateTime>
 #include <QFile>
 #include <QImage>
 #include <QPainter>
+#include <QProcess>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -16,65 +20,6 @@
 #include <array>
 #include <vector>
 
-namespace {
-
-// A fixed scene with hard edges at many places and scales: rectangles, rings and lines of
-// several greys. No randomness, so every run measures the same pixels.
-QImage sharpScene(int w, int h)
-{
-    QImage img(w, h, QImage::Format_RGB32);
-    img.fill(QColor(128, 128, 128));
-    QPainter p(&img);
-    p.setRenderHint(QPainter::Antialiasing, false);
-    int shade = 0;
-    for (int y = 0; y < h; y += 40) {
-        for (int x = 0; x < w; x += 40) {
-            shade = (shade * 37 + 71) % 256;
-            p.fillRect(x + 4, y + 4, 28 + (x / 40) % 8, 20 + (y / 40) % 12, QColor(shade, 255 - shade, (shade * 3) % 256));
-            p.setPen(QPen(QColor(255 - shade, shade, 40), 1 + (x / 40) % 3));
-            p.drawLine(x, y + 36, x + 36, y + 10);
-            p.drawEllipse(QPoint(x + 20, y + 20), 9, 6);
-        }
-    }
-    p.end();
-    return img;
-}
-
-// Separable box blur of radius `rx` × `ry`, edges clamped; two passes of it are close to a Gaussian.
-QImage boxBlur(const QImage &src, int rx, int ry)
-{
-    QImage in = src.convertToFormat(QImage::Format_RGB32);
-    const int w = in.width(), h = in.height();
-    auto pass = [&](const QImage &from, bool horizontal, int r) {
-        QImage to(w, h, QImage::Format_RGB32);
-        for (int y = 0; y < h; ++y) {
-            for (int x = 0; x < w; ++x) {
-                int sr = 0, sg = 0, sb = 0, n = 0;
-                for (int d = -r; d <= r; ++d) {
-                    const int xx = horizontal ? std::clamp(x + d, 0, w - 1) : x;
-                    const int yy = horizontal ? y : std::clamp(y + d, 0, h - 1);
-                    const QRgb c = reinterpret_cast<const QRgb *>(from.constScanLine(yy))[xx];
-                    sr += qRed(c);
-                    sg += qGreen(c);
-                    sb += qBlue(c);
-                    ++n;
-                }
-                reinterpret_cast<QRgb *>(to.scanLine(y))[x] = qRgb(sr / n, sg / n, sb / n);
-            }
-        }
-        return to;
-    };
-    QImage out = in;
-    if (rx > 0)
-        out = pass(out, true, rx);
-    if (ry > 0)
-        out = pass(out, false, ry);
-    return out;
-}
-
-QImage gaussianLike(const QImage &src, int r) { return boxBlur(boxBlur(src, r, r), r, r); }
-
-} // namespace
 
 class TestSharpness : public QObject
 {
@@ -246,19 +191,26 @@ private slots:
         QVERIFY(subject.contains(QPoint(int(r.focusX * 1200), int(r.focusY * 800))));
     }
 
-    void jpegAndPngAgree()
+    void sameScoreWhateverTheFormat()
     {
         QTemporaryDir dir;
-        // Neutral greys: JPEG halves colour resolution by design, and saturated colour edges would
-        // measure that rather than the small loss in brightness detail real photos show.
+        // Neutral greys: JPEG and HEIC halve colour resolution by design, and saturated colour
+        // edges would measure that rather than the small loss in brightness detail real photos show.
         const QImage sharp = sharpScene(2400, 1600).convertToFormat(QImage::Format_Grayscale8);
-        const QString jpg = dir.filePath("a.jpg"), png = dir.filePath("a.png");
+        const QString jpg = dir.filePath("a.jpg"), png = dir.filePath("a.png"), heic = dir.filePath("a.heic");
         QVERIFY(sharp.save(jpg, "JPG", 95));
         QVERIFY(sharp.save(png, "PNG"));
-        const auto j = measureSharpnessOfFile(jpg, false);
         const auto p = measureSharpnessOfFile(png, false);
-        QVERIFY(j && p);
-        QVERIFY2(std::abs(j->best - p->best) <= 0.1 * p->best, qPrintable(QStringLiteral("%1 vs %2").arg(j->best).arg(p->best)));
+        QVERIFY(p);
+        auto near = [&](const std::optional<SharpResult> &r, const char *what) {
+            QVERIFY2(r, what);
+            QVERIFY2(std::abs(r->best - p->best) <= 0.1 * p->best,
+                     qPrintable(QStringLiteral("%1: %2 vs PNG %3").arg(what).arg(r->best).arg(p->best)));
+        };
+        near(measureSharpnessOfFile(jpg, false), "JPEG");
+        if (QProcess::execute("vips", {"copy", png, heic + "[Q=92]"}) != 0)
+            QSKIP("this libvips cannot write HEIC");
+        near(measureSharpnessOfFile(heic, false), "HEIC");
     }
 
     void unreadableFileIsNotMeasured()
@@ -389,6 +341,93 @@ private slots:
         QVERIFY(QFile::exists(cache.url()));
         // A second run reads everything from the cache.
         QCOMPARE(sharpnessCommand({dir.path()}), 0);
+    }
+    // The background service: every shot comes back once, from the cache on a second round, and
+    // a new folder silences the old one.
+    void analyzerScoresEveryShot()
+    {
+        QTemporaryDir dir, cacheDir;
+        const QImage sharp = sharpScene(900, 600);
+        QList<SharpnessAnalyzer::Job> jobs;
+        for (int i = 0; i < 6; ++i) {
+            const QString path = dir.filePath(QStringLiteral("f%1.jpg").arg(i));
+            QVERIFY((i % 2 ? gaussianLike(sharp, 3) : sharp).save(path, "JPG", 92));
+            jobs.append({QUuid::createUuid(), path, false});
+        }
+        jobs.append({QUuid::createUuid(), dir.filePath("missing.jpg"), false});   // counts, gives nothing
+
+        auto run = [&](SharpnessCache &cache, SharpnessAnalyzer::Results &all) {
+            SharpnessAnalyzer analyzer(nullptr, 2, &cache);
+            QList<std::pair<int, int>> progress;
+            connect(&analyzer, &SharpnessAnalyzer::measured, this, [&](const SharpnessAnalyzer::Results &r) {
+                for (auto it = r.cbegin(); it != r.cend(); ++it) {
+                    QVERIFY2(!all.contains(it.key()), "a shot reported twice");
+                    all.insert(it.key(), it.value());
+                }
+            });
+            connect(&analyzer, &SharpnessAnalyzer::progressChanged, this, [&](int d, int t) { progress.append({d, t}); });
+            QSignalSpy finished(&analyzer, &SharpnessAnalyzer::finished);
+            analyzer.start(jobs);
+            analyzer.add(jobs.mid(0, 3));   // already queued: ignored
+            QCOMPARE(analyzer.total(), 7);
+            QVERIFY(finished.wait(30000));
+            QVERIFY(!analyzer.isBusy());
+            QCOMPARE(progress.first(), std::make_pair(0, 7));
+            QCOMPARE(progress.last(), std::make_pair(0, 0));
+        };
+
+        SharpnessCache cache(cacheDir.path());
+        SharpnessAnalyzer::Results first, second;
+        run(cache, first);
+        QCOMPARE(first.size(), 6);
+        for (int i = 0; i < 6; ++i) {
+            const double score = first.value(jobs[i].id).first;
+            QCOMPARE(sharpVerdict(score, std::nullopt, SharpSensitivity::normal), i % 2 ? int(SharpBlurry) : int(SharpSharp));
+        }
+        QTRY_VERIFY(QFile::exists(cache.url()));   // written by the service when the folder is done
+        QVERIFY(!cache.isDirty());
+
+        // A restart: the same answers from the file alone.
+        SharpnessCache reopened(cacheDir.path());
+        QVERIFY(reopened.get(SharpnessCache::photoKey(jobs[0].path)));
+        run(reopened, second);
+        QCOMPARE(second, first);
+    }
+
+    void analyzerDropsTheOldFolder()
+    {
+        QTemporaryDir dir, cacheDir;
+        const QImage sharp = sharpScene(1600, 1000);
+        QList<SharpnessAnalyzer::Job> oldFolder, newFolder;
+        for (int i = 0; i < 12; ++i) {
+            const QString path = dir.filePath(QStringLiteral("old%1.png").arg(i));
+            QVERIFY(sharp.save(path, "PNG"));
+            oldFolder.append({QUuid::createUuid(), path, false});
+        }
+        const QString fresh = dir.filePath("new.jpg");
+        QVERIFY(sharp.save(fresh, "JPG", 90));
+        newFolder.append({QUuid::createUuid(), fresh, false});
+
+        SharpnessCache cache(cacheDir.path());
+        SharpnessAnalyzer analyzer(nullptr, 1, &cache);
+        QSet<QUuid> seen;
+        connect(&analyzer, &SharpnessAnalyzer::measured, this, [&](const SharpnessAnalyzer::Results &r) {
+            for (auto it = r.cbegin(); it != r.cend(); ++it)
+                seen.insert(it.key());
+        });
+        QSignalSpy finished(&analyzer, &SharpnessAnalyzer::finished);
+        analyzer.start(oldFolder);
+        analyzer.start(newFolder);
+        QCOMPARE(analyzer.total(), 1);
+        QVERIFY(finished.wait(30000));
+        analyzer.waitForDone();
+        QTest::qWait(300);   // anything late would arrive now
+        QCOMPARE(seen, QSet<QUuid>{newFolder.first().id});
+        // At most the one measure that was running when the folder changed was done for nothing.
+        int measuredOld = 0;
+        for (const auto &job : std::as_const(oldFolder))
+            measuredOld += cache.get(SharpnessCache::photoKey(job.path)) ? 1 : 0;
+        QVERIFY2(measuredOld <= 1, qPrintable(QString::number(measuredOld)));
     }
 };
 
