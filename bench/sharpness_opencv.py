@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """The sharpness score done with OpenCV, as a peer for sharpness_bench: reduced-size decode
-(1/2 or 1/4 as libjpeg allows), grey, INTER_AREA resize to 1600 px on the long side, the
+(1/2, 1/4 or 1/8, the smallest that covers the working size), grey, INTER_AREA resize to 1600 px on the long side, the
 4-neighbour Laplacian, its variance over the same 12 x 12 tiles with one-pixel borders, and the
 mean of the best three. Prints one "file score" line per file.
 
@@ -16,14 +16,32 @@ MAX_SIDE = 1600
 GRID = 12
 
 
+def jpeg_size(path):
+    """Width and height from the JPEG's frame header, without decoding."""
+    with open(path, "rb") as f:
+        data = f.read(1 << 16)
+    i = 2
+    while i + 9 < len(data):
+        if data[i] != 0xFF:
+            i += 1
+            continue
+        marker = data[i + 1]
+        length = int.from_bytes(data[i + 2:i + 4], "big")
+        if marker in (0xC0, 0xC1, 0xC2):
+            return int.from_bytes(data[i + 7:i + 9], "big"), int.from_bytes(data[i + 5:i + 7], "big")
+        i += 2 + length
+    return None
+
+
 def score(path):
-    # The largest reduced decode that still covers 1600 px.
-    probe = cv2.imread(path, cv2.IMREAD_REDUCED_GRAYSCALE_8)
-    if probe is None:
+    # The smallest reduced decode that still covers 1600 px.
+    size = jpeg_size(path)
+    if size is None:
         return path, None
-    long_side = max(probe.shape) * 8
+    long_side = max(size)
     flag = cv2.IMREAD_GRAYSCALE
-    for factor, f in ((4, cv2.IMREAD_REDUCED_GRAYSCALE_4), (2, cv2.IMREAD_REDUCED_GRAYSCALE_2)):
+    for factor, f in ((8, cv2.IMREAD_REDUCED_GRAYSCALE_8), (4, cv2.IMREAD_REDUCED_GRAYSCALE_4),
+                      (2, cv2.IMREAD_REDUCED_GRAYSCALE_2)):
         if long_side / factor >= MAX_SIDE:
             flag = f
             break

@@ -4,12 +4,15 @@
 #include "sharpness.h"
 
 #include "imaging/imagedecoder.h"
+#include "imaging/imageorientation.h"
+#include "imaging/jpeggrey.h"
 #include "imaging/vipsbitmap.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -64,66 +67,56 @@ inline void accumulateRow(const uint8_t *row, qsizetype stride, int x0, int x1, 
     }
 }
 
-// The grey bitmap of W × H drawn from any QImage, resampled with Lanczos 3. Empty on failure.
-QImage greyBitmap(const QImage &source, QSize size)
+// Brightness as the classic device grey: BT.601 luma of the stored values, the same weights
+// libjpeg uses for its luma channel, so a JPEG read as grey and its decoded colours agree.
+QImage greyOf(const QImage &source)
 {
-    VipsBitmap::start();
+    if (source.format() == QImage::Format_Grayscale8)
+        return source;
     const QImage rgb = source.convertToFormat(QImage::Format_RGB32);
-    // 32-bit rows are never padded, so the bits are one dense w × h × 4 block for libvips.
-    VipsBitmap::Ptr image(vips_image_new_from_memory(rgb.constBits(), size_t(rgb.sizeInBytes()), rgb.width(),
-                                                     rgb.height(), 4, VIPS_FORMAT_UCHAR));
+    QImage grey(rgb.size(), QImage::Format_Grayscale8);
+    if (grey.isNull())
+        return {};
+    const int w = rgb.width();
+    for (int y = 0; y < rgb.height(); ++y) {
+        const QRgb *in = reinterpret_cast<const QRgb *>(rgb.constScanLine(y));
+        uint8_t *out = grey.scanLine(y);
+        for (int x = 0; x < w; ++x)
+            out[x] = uint8_t((19595 * qRed(in[x]) + 38470 * qGreen(in[x]) + 7471 * qBlue(in[x]) + 32768) >> 16);
+    }
+    return grey;
+}
+
+// A grey bitmap resampled to exactly `size` with Lanczos 3. Empty on failure.
+QImage resizeGrey(const QImage &grey, QSize size)
+{
+    if (grey.size() == size)
+        return grey;
+    VipsBitmap::start();
+    // libvips wants dense rows; QImage pads grey rows to four bytes.
+    QByteArray dense(qsizetype(grey.width()) * grey.height(), Qt::Uninitialized);
+    for (int y = 0; y < grey.height(); ++y)
+        std::memcpy(dense.data() + qsizetype(y) * grey.width(), grey.constScanLine(y), size_t(grey.width()));
+    VipsBitmap::Ptr image(vips_image_new_from_memory(dense.constData(), size_t(dense.size()), grey.width(),
+                                                     grey.height(), 1, VIPS_FORMAT_UCHAR));
     if (!image) {
         VipsBitmap::clearError();
         return {};
     }
-
-    /* RGB32 is 0xffRRGGBB per pixel: B, G, R, X in memory on little-endian, X, R, G, B on big-endian. */
-    constexpr bool little = Q_BYTE_ORDER == Q_LITTLE_ENDIAN;
-    const int r = little ? 2 : 1, g = little ? 1 : 2, b = little ? 0 : 3;
-    VipsImage *bands[3] = {nullptr, nullptr, nullptr};
-    const int order[3] = {r, g, b};
-    bool ok = true;
-    for (int i = 0; i < 3 && ok; ++i)
-        ok = vips_extract_band(image.get(), &bands[i], order[i], nullptr) == 0;
-    VipsImage *joined = nullptr;
-    if (ok)
-        ok = vips_bandjoin(bands, &joined, 3, nullptr) == 0;
-    for (VipsImage *band : bands)
-        if (band)
-            g_object_unref(band);
-    if (!ok) {
-        VipsBitmap::clearError();
-        return {};
-    }
-    image.reset(joined);
-    if (!step(image, [](VipsImage *in, VipsImage **out) {
-            return vips_copy(in, out, "interpretation", VIPS_INTERPRETATION_sRGB, nullptr);
+    /* Resample to exactly W × H; rounding inside the resampler may leave a pixel over or under. */
+    const double hscale = double(size.width()) / grey.width();
+    const double vscale = double(size.height()) / grey.height();
+    if (!step(image, [&](VipsImage *in, VipsImage **out) {
+            return vips_resize(in, out, hscale, "vscale", vscale, "kernel", VIPS_KERNEL_LANCZOS3, nullptr);
         }))
         return {};
-
-    /* Resample to exactly W × H; rounding inside the resampler may leave a pixel over or under. */
-    if (size != rgb.size()) {
-        const double hscale = double(size.width()) / rgb.width();
-        const double vscale = double(size.height()) / rgb.height();
+    if (vips_image_get_width(image.get()) != size.width() || vips_image_get_height(image.get()) != size.height()) {
         if (!step(image, [&](VipsImage *in, VipsImage **out) {
-                return vips_resize(in, out, hscale, "vscale", vscale, "kernel", VIPS_KERNEL_LANCZOS3, nullptr);
+                return vips_embed(in, out, 0, 0, size.width(), size.height(), "extend", VIPS_EXTEND_COPY, nullptr);
             }))
             return {};
-        if (vips_image_get_width(image.get()) != size.width() || vips_image_get_height(image.get()) != size.height()) {
-            if (!step(image, [&](VipsImage *in, VipsImage **out) {
-                    return vips_embed(in, out, 0, 0, size.width(), size.height(), "extend", VIPS_EXTEND_COPY, nullptr);
-                }))
-                return {};
-        }
     }
-
-    if (!step(image, [](VipsImage *in, VipsImage **out) {
-            return vips_colourspace(in, out, VIPS_INTERPRETATION_B_W, nullptr);
-        })
-        || !step(image, [](VipsImage *in, VipsImage **out) { return vips_cast_uchar(in, out, nullptr); }))
-        return {};
-    if (vips_image_get_bands(image.get()) != 1
-        && !step(image, [](VipsImage *in, VipsImage **out) { return vips_extract_band(in, out, 0, nullptr); }))
+    if (!step(image, [](VipsImage *in, VipsImage **out) { return vips_cast_uchar(in, out, nullptr); }))
         return {};
 
     size_t length = 0;
@@ -133,11 +126,29 @@ QImage greyBitmap(const QImage &source, QSize size)
         VipsBitmap::clearError();
         return {};
     }
-    QImage grey(size, QImage::Format_Grayscale8);
+    QImage out(size, QImage::Format_Grayscale8);
     for (int y = 0; y < size.height(); ++y)
-        std::memcpy(grey.scanLine(y), static_cast<const uint8_t *>(pixels) + qsizetype(y) * size.width(),
+        std::memcpy(out.scanLine(y), static_cast<const uint8_t *>(pixels) + qsizetype(y) * size.width(),
                     size_t(size.width()));
     g_free(pixels);
+    return out;
+}
+
+// A camera JPEG read as grey at the cheapest DCT scale, brought to the working size and turned
+// upright. Nothing when libjpeg can't give grey from it: the caller takes the general road.
+std::optional<QImage> jpegWorkingGrey(const QString &path)
+{
+    const auto decoded = JpegGreyDecoder::decode(
+        path, [](QSize full) { return sharpnessWorkingSize(full.width(), full.height()); }, ImageDecoder::kMaxPixels);
+    if (!decoded)
+        return std::nullopt;
+    const QSize stored = sharpnessWorkingSize(decoded->fullSize.width(), decoded->fullSize.height());
+    QImage grey = resizeGrey(decoded->grey, stored);
+    if (grey.isNull())
+        return std::nullopt;
+    VipsBitmap::start();
+    if (const VipsBitmap::Ptr header = VipsBitmap::openHeader(path, ImageDecoder::kMaxPixels))
+        grey = ImageOrientation::apply(grey, VipsBitmap::orientationOf(header.get()));
     return grey;
 }
 
@@ -186,7 +197,7 @@ SharpResult measureGrey(const uint8_t *grey, int W, int H, qsizetype stride)
 SharpResult measureSharpness(const QImage &image)
 {
     const QSize size = sharpnessWorkingSize(image.width(), image.height());
-    QImage grey = image.isNull() ? QImage() : greyBitmap(image, size);
+    QImage grey = image.isNull() ? QImage() : resizeGrey(greyOf(image), size);
     if (grey.isNull()) {
         grey = QImage(size, QImage::Format_Grayscale8);
         grey.fill(0);
@@ -196,6 +207,12 @@ SharpResult measureSharpness(const QImage &image)
 
 std::optional<SharpResult> measureSharpnessOfFile(const QString &path, bool isRaw)
 {
+    // Most shots are seen through a camera JPEG: its luma alone, at a reduced DCT scale, is all
+    // the measure needs, at a fraction of a full colour decode.
+    if (!isRaw) {
+        if (const auto grey = jpegWorkingGrey(path))
+            return measureGrey(grey->constBits(), grey->width(), grey->height(), grey->bytesPerLine());
+    }
     const ImageDecoder::Result decoded = ImageDecoder::decode(path, isRaw, Sharpness::kMaxSide);
     if (decoded.image.isNull())
         return std::nullopt;

@@ -3,6 +3,8 @@
 #include "analysis/sharpnesscache.h"
 #include "analysis/sharpverdict.h"
 #include "cli/sharpnesscommand.h"
+#include "imaging/imagedecoder.h"
+#include "imaging/jpeggrey.h"
 
 #include "testenv.h"
 #include "testscenes.h"
@@ -218,6 +220,58 @@ private slots:
         QTemporaryDir dir;
         const QString path = TestEnv::touch(dir.filePath("broken.jpg"), "not a jpeg");
         QVERIFY(!measureSharpnessOfFile(path, false));
+    }
+
+    // Camera JPEGs are read as luma at a reduced DCT scale; that road must agree with a full
+    // decode, follow the EXIF turn, and refuse what it cannot read faithfully.
+    void jpegGreyRoadAgreesWithFullDecode()
+    {
+        QTemporaryDir dir;
+        const QImage sharp = sharpScene(4000, 2600);
+        QImage mixed = gaussianLike(sharp.scaled(1000, 650), 2).scaled(4000, 2600);
+        const QRect subject(200, 900, 900, 800);   // stored on the left, half-way down
+        QPainter(&mixed).drawImage(subject.topLeft(), sharp.copy(subject));
+        const QString path = dir.filePath("IMG_0001.JPG");
+        QVERIFY(mixed.save(path, "JPG", 93));
+
+        const auto grey = JpegGreyDecoder::decode(path, [](QSize) { return QSize(1600, 1040); }, 1'000'000'000);
+        QVERIFY(grey);
+        QCOMPARE(grey->fullSize, QSize(4000, 2600));
+        QCOMPARE(grey->grey.size(), QSize(2000, 1300));   // 4/8: the smallest scale covering 1600
+
+        const auto viaGrey = measureSharpnessOfFile(path, false);
+        // The general road: a colour decode at the working size (libvips shrinks JPEGs on load too).
+        const SharpResult viaFull = measureSharpness(ImageDecoder::decode(path, false, Sharpness::kMaxSide).image);
+        QVERIFY(viaGrey);
+        QVERIFY2(std::abs(viaGrey->best - viaFull.best) <= 0.05 * viaFull.best,
+                 qPrintable(QStringLiteral("%1 vs %2").arg(viaGrey->best).arg(viaFull.best)));
+        QCOMPARE(viaGrey->focusX, viaFull.focusX);
+        QCOMPARE(viaGrey->focusY, viaFull.focusY);
+        QVERIFY(viaGrey->focusX < 0.3);
+
+        // Turned a quarter to the right by its EXIF tag: the subject is now at the top.
+        if (QProcess::execute("exiv2", {"-q", "-M", "set Exif.Image.Orientation 6", path}) != 0)
+            QSKIP("exiv2 is needed to tag the orientation");
+        const auto turned = measureSharpnessOfFile(path, false);
+        QVERIFY(turned);
+        // Turned tiles fall one pixel apart here and there: nearly, not exactly, the same score.
+        QVERIFY(std::abs(turned->best - viaGrey->best) <= 0.02 * viaGrey->best);
+        QVERIFY2(turned->focusY < 0.3 && turned->focusX > 0.3 && turned->focusX < 0.7,
+                 qPrintable(QStringLiteral("(%1, %2)").arg(turned->focusX).arg(turned->focusY)));
+    }
+
+    void cutJpegIsNotReadAsGrey()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("cut.jpg");
+        QVERIFY(sharpScene(1200, 800).save(path, "JPG", 90));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadWrite));
+        QVERIFY(f.resize(f.size() / 2));
+        f.close();
+        QVERIFY(!JpegGreyDecoder::decode(path, [](QSize s) { return s; }, 1'000'000'000));
+        const QString png = TestEnv::touch(dir.filePath("a.png"), "\x89PNG not really");
+        QVERIFY(!JpegGreyDecoder::decode(png, [](QSize s) { return s; }, 1'000'000'000));
     }
 
     void cacheRoundTrip()
