@@ -1,8 +1,6 @@
-// glib (under libvips) names a struct member "signals", a word Qt's headers define away: it goes first.
-#include <vips/vips.h>
-
 #include "sharpness.h"
 
+#include "imaging/greyresampler.h"
 #include "imaging/imagedecoder.h"
 #include "imaging/imageorientation.h"
 #include "imaging/jpeggrey.h"
@@ -22,19 +20,6 @@ struct Tile {
     double value;
     double x, y;
 };
-
-// One step of a vips chain: the new image replaces the old, or the chain ends on failure.
-template<typename F>
-bool step(VipsBitmap::Ptr &image, F &&operation)
-{
-    VipsImage *out = nullptr;
-    if (operation(image.get(), &out) != 0) {
-        VipsBitmap::clearError();
-        return false;
-    }
-    image.reset(out);
-    return true;
-}
 
 // ΣL and ΣL² of one tile row. Per-chunk sums fit in 32 bits (|L| ≤ 1020, so 2048 squares stay
 // below 2³¹), which keeps the inner loop a plain int loop the compiler vectorises.
@@ -87,53 +72,6 @@ QImage greyOf(const QImage &source)
     return grey;
 }
 
-// A grey bitmap resampled to exactly `size` with Lanczos 3. Empty on failure.
-QImage resizeGrey(const QImage &grey, QSize size)
-{
-    if (grey.size() == size)
-        return grey;
-    VipsBitmap::start();
-    // libvips wants dense rows; QImage pads grey rows to four bytes.
-    QByteArray dense(qsizetype(grey.width()) * grey.height(), Qt::Uninitialized);
-    for (int y = 0; y < grey.height(); ++y)
-        std::memcpy(dense.data() + qsizetype(y) * grey.width(), grey.constScanLine(y), size_t(grey.width()));
-    VipsBitmap::Ptr image(vips_image_new_from_memory(dense.constData(), size_t(dense.size()), grey.width(),
-                                                     grey.height(), 1, VIPS_FORMAT_UCHAR));
-    if (!image) {
-        VipsBitmap::clearError();
-        return {};
-    }
-    /* Resample to exactly W × H; rounding inside the resampler may leave a pixel over or under. */
-    const double hscale = double(size.width()) / grey.width();
-    const double vscale = double(size.height()) / grey.height();
-    if (!step(image, [&](VipsImage *in, VipsImage **out) {
-            return vips_resize(in, out, hscale, "vscale", vscale, "kernel", VIPS_KERNEL_LANCZOS3, nullptr);
-        }))
-        return {};
-    if (vips_image_get_width(image.get()) != size.width() || vips_image_get_height(image.get()) != size.height()) {
-        if (!step(image, [&](VipsImage *in, VipsImage **out) {
-                return vips_embed(in, out, 0, 0, size.width(), size.height(), "extend", VIPS_EXTEND_COPY, nullptr);
-            }))
-            return {};
-    }
-    if (!step(image, [](VipsImage *in, VipsImage **out) { return vips_cast_uchar(in, out, nullptr); }))
-        return {};
-
-    size_t length = 0;
-    void *pixels = vips_image_write_to_memory(image.get(), &length);
-    if (!pixels || length != size_t(size.width()) * size_t(size.height())) {
-        g_free(pixels);
-        VipsBitmap::clearError();
-        return {};
-    }
-    QImage out(size, QImage::Format_Grayscale8);
-    for (int y = 0; y < size.height(); ++y)
-        std::memcpy(out.scanLine(y), static_cast<const uint8_t *>(pixels) + qsizetype(y) * size.width(),
-                    size_t(size.width()));
-    g_free(pixels);
-    return out;
-}
-
 // A camera JPEG read as grey at the cheapest DCT scale, brought to the working size and turned
 // upright. Nothing when libjpeg can't give grey from it: the caller takes the general road.
 std::optional<QImage> jpegWorkingGrey(const QString &path)
@@ -143,7 +81,7 @@ std::optional<QImage> jpegWorkingGrey(const QString &path)
     if (!decoded)
         return std::nullopt;
     const QSize stored = sharpnessWorkingSize(decoded->fullSize.width(), decoded->fullSize.height());
-    QImage grey = resizeGrey(decoded->grey, stored);
+    QImage grey = GreyResampler::lanczos3(decoded->grey, stored);
     if (grey.isNull())
         return std::nullopt;
     VipsBitmap::start();
@@ -197,7 +135,7 @@ SharpResult measureGrey(const uint8_t *grey, int W, int H, qsizetype stride)
 SharpResult measureSharpness(const QImage &image)
 {
     const QSize size = sharpnessWorkingSize(image.width(), image.height());
-    QImage grey = image.isNull() ? QImage() : resizeGrey(greyOf(image), size);
+    QImage grey = image.isNull() ? QImage() : GreyResampler::lanczos3(greyOf(image), size);
     if (grey.isNull()) {
         grey = QImage(size, QImage::Format_Grayscale8);
         grey.fill(0);
