@@ -4,6 +4,7 @@
 #include "filterbar.h"
 #include "gridmodel.h"
 #include "gridview.h"
+#include "importwindow.h"
 #include "infopanel.h"
 #include "labelcolors.h"
 #include "pipelinethumbnailsource.h"
@@ -244,8 +245,9 @@ void MainWindow::buildActions()
     connect(makeAction(QStringLiteral("openFolder"), QStringLiteral("Abrir carpeta…"), {QKeySequence(Qt::CTRL | Qt::Key_O)}),
             &QAction::triggered, this, &MainWindow::openFolderDialog);
     _actions[QStringLiteral("openFolder")]->setIconText(QStringLiteral("Abrir"));
-    makeLater(QStringLiteral("import"), QStringLiteral("Importar imágenes…"), {QKeySequence(Qt::CTRL | Qt::Key_I)})
-        ->setIconText(QStringLiteral("Importar"));
+    connect(makeAction(QStringLiteral("import"), QStringLiteral("Importar imágenes…"), {QKeySequence(Qt::CTRL | Qt::Key_I)}),
+            &QAction::triggered, this, &MainWindow::showImport);
+    _actions[QStringLiteral("import")]->setIconText(QStringLiteral("Importar"));
     makeLater(QStringLiteral("camera"), QStringLiteral("Cámara…"))->setIconText(QStringLiteral("Cámara"));
     connect(makeAction(QStringLiteral("quit"), QStringLiteral("Salir"), {QKeySequence(Qt::CTRL | Qt::Key_Q)}),
             &QAction::triggered, this, &QWidget::close);
@@ -881,6 +883,19 @@ void MainWindow::showSettings()
     _settings->show();
     _settings->raise();
     _settings->activateWindow();
+}
+
+void MainWindow::showImport()
+{
+    // One import window for the session: it keeps the last choices and a run in progress.
+    if (!_import) {
+        _import = new ImportWindow(this);
+        // The summary stays in front; the browser behind it shows what was imported.
+        connect(_import, &ImportWindow::openFolderRequested, this, [this](const QString &folder) { _state.openFolder(folder); });
+    }
+    _import->show();
+    _import->raise();
+    _import->activateWindow();
 }
 
 // ----- Events

@@ -11,6 +11,7 @@ class EmptyState;
 class FilterBar;
 class GridView;
 class ImagePipeline;
+class ImportWindow;
 class InfoPanel;
 class MarksStore;
 class PipelineThumbnailSource;
@@ -65,6 +66,7 @@ public:
 public slots:
     void openFolderDialog();
     void showSettings();
+    void showImport();   // "Importar imágenes…" (Ctrl+I)
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -131,6 +133,7 @@ private:
     QLabel *_sharpText = nullptr;
     QProgressBar *_sharpProgress = nullptr;
     QPointer<SettingsDialog> _settings;
+    QPointer<ImportWindow> _import;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;
 };

@@ -1,6 +1,7 @@
 #include "cli.h"
 
 #include "commands.h"
+#include "ingestcommand.h"
 #include "rawpreviewscommand.h"
 #include "sharpnesscommand.h"
 #include "thumbscommand.h"
@@ -26,6 +27,10 @@ const Command kCommands[] = {
     {"sharpness", &sharpnessCommand, "corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"},
     {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},
     {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
+    {"ingest", &ingestCommand,
+     "corvane ingest --from CARPETA --to CARPETA [--backup CARPETA] [--structure none|yearDate|yearMonthDate|date|session] "
+     "[--session TEXTO] [--rename] [--preset N | --pattern JSON] [--start N] [--digits N] [--skip-imported] [--video] "
+     "[--verify] [--eject] [--dry-run] [--json]"},
 };
 
 void printUsage(FILE *out)

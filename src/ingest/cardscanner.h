@@ -1,0 +1,30 @@
+#pragma once
+// Reading a card ("Leyendo la tarjeta…"): every image (and, when asked, every video) below the
+// card folder, skipping hidden files and folders, with its capture date and camera model read by
+// exiv2. Thread-safe; meant for a worker thread.
+#include "ingestitem.h"
+
+#include <QList>
+#include <QString>
+#include <functional>
+
+class IngestCancel;
+
+struct CardScan {
+    QList<IngestItem> items;      // in listing order
+    QString error;                // one Spanish sentence when the folder cannot be read
+    bool cancelled = false;
+};
+
+namespace CardScanner {
+
+// `progress` runs every few files, on any thread: while walking, (files found, 0); while reading
+// the metadata, (files read, files found).
+CardScan scan(const QString &root, bool includeVideo, const IngestCancel *cancel = nullptr,
+              const std::function<void(int done, int total)> &progress = {});
+
+// The date and camera of one file: EXIF first, then the earlier of its creation and modification
+// dates. Used by scan(); exposed for tests.
+void readDateAndCamera(const QString &path, IngestItem &item);
+
+} // namespace CardScanner

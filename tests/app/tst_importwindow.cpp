@@ -1,0 +1,453 @@
+// The import window driven as a photographer drives it: pick the card folder and the two disks,
+// choose folders and names, import, and read the summary; checked against the files on disk.
+// The card is a temporary folder with a DCIM of real JPEGs (vips + exiv2) and RAW-like files.
+#include "testenv.h"
+
+#include "app/blockeditor.h"
+#include "app/importwindow.h"
+#include "app/mainwindow.h"
+#include "ingest/copyrecord.h"
+#include "ingest/ingestrunner.h"
+#include "ingest/namepattern.h"
+#include "marks/marksbook.h"
+#include "marks/marksstore.h"
+#include "model/appstate.h"
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDirIterator>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProcess>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QSemaphore>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <atomic>
+
+namespace {
+
+QString run(const QString &program, const QStringList &args)
+{
+    QProcess p;
+    p.start(program, args);
+    if (!p.waitForFinished(30000) || p.exitCode() != 0)
+        return program + QStringLiteral(" failed: ") + QString::fromLocal8Bit(p.readAllStandardError());
+    return {};
+}
+
+// A real JPEG with its capture date and camera in EXIF.
+QString makePhoto(const QString &path, const char *exifDate, const char *model)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    if (QString e = run("vips", {"black", path, "64", "48"}); !e.isEmpty())
+        return e;
+    return run("exiv2", {"-M", QStringLiteral("set Exif.Photo.DateTimeOriginal %1").arg(exifDate),
+                         "-M", QStringLiteral("set Exif.Image.Model %1").arg(model), path});
+}
+
+void writeFile(const QString &path, const QByteArray &bytes, const QDateTime &mtime)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+    f.flush();
+    f.setFileTime(mtime, QFileDevice::FileModificationTime);
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+QStringList filesUnder(const QString &root)
+{
+    QStringList out;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        out << QDir(root).relativeFilePath(it.next());
+    out.sort();
+    return out;
+}
+
+void click(QAbstractButton *b)
+{
+    QVERIFY(b);
+    QVERIFY2(b->isVisible() && b->isEnabled(), qPrintable(b->text()));
+    // A check box takes clicks on its box and text only, not on the rest of its row.
+    const QPoint at = qobject_cast<QCheckBox *>(b) ? QPoint(8, b->height() / 2) : b->rect().center();
+    QTest::mouseClick(b, Qt::LeftButton, Qt::NoModifier, at);
+}
+
+const QString kDay = QStringLiteral("2024-05-18 Boda Marta y Luis");
+const QString kBase = QStringLiteral("20240518_Boda_Marta_y_Luis_");
+
+} // namespace
+
+class TestImportWindow : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir _tmp;
+    QString _card, _work, _backup;
+
+    // What the worker-side hooks do; set by the test on the GUI thread between runs.
+    std::atomic<bool> _corruptBackup{false};
+    std::atomic<bool> _holdVerify{false};
+    std::atomic<int> _ejects{0};
+    QSemaphore _verifyEntered, _verifyRelease;
+
+    std::unique_ptr<ImportWindow> makeWindow()
+    {
+        auto w = std::make_unique<ImportWindow>();
+        w->setCardFinder([] { return QList<CardVolume>(); });
+        w->setFolderPicker([this](const QString &title, const QString &accept, const QString &) {
+            if (accept == QStringLiteral("Importar desde aquí"))
+                return _card;
+            if (title == QStringLiteral("Elige el disco de trabajo"))
+                return _work;
+            return _backup;
+        });
+        IngestJob::Hooks hooks;
+        hooks.eject = [this](const QString &) {
+            ++_ejects;
+            return QString();
+        };
+        hooks.beforeVerify = [this](const CopyRecord &r) {
+            if (_holdVerify.exchange(false)) {
+                _verifyEntered.release();
+                _verifyRelease.acquire();
+            }
+            if (_corruptBackup && r.rootIndex == 1) {
+                // A byte flipped on the disk between the copy and its verification.
+                QFile f(r.dst);
+                if (f.open(QIODevice::ReadWrite)) {
+                    QByteArray b = f.readAll();
+                    b[b.size() / 2] = char(b[b.size() / 2] ^ 0x5a);
+                    f.seek(0);
+                    f.write(b);
+                }
+            }
+        };
+        w->runner().setHooks(hooks);
+        w->runner().setProgressInterval(5);
+        w->resize(1200, 860);
+        w->show();
+        return w;
+    }
+
+    static bool waitSummary(ImportWindow &w)
+    {
+        return QTest::qWaitFor([&] { return w.page() == ImportWindow::Page::summary; }, 60000);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        TestEnv::isolate();
+        QVERIFY(_tmp.isValid());
+        _card = _tmp.filePath("EOS_DIGITAL");
+        _work = _tmp.filePath("Trabajo");
+        _backup = _tmp.filePath("Copia");
+        QVERIFY(QDir().mkpath(_work) && QDir().mkpath(_backup));
+        const QString dcim = _card + "/DCIM";
+        QCOMPARE(makePhoto(dcim + "/100NIKON/DSC_0001.JPG", "2024:05:18 10:00:00", "NIKON Z 9"), QString());
+        QCOMPARE(makePhoto(dcim + "/100NIKON/DSC_0002.JPG", "2024:05:18 10:00:05", "NIKON Z 9"), QString());
+        QCOMPARE(makePhoto(dcim + "/101NIKON/DSC_0001.JPG", "2024:05:18 11:00:00", "NIKON Z 9"), QString());
+        const QDateTime shot(QDate(2024, 5, 18), QTime(10, 0, 0));
+        // The RAW beside the first JPEG (no EXIF we can read: its file date says when).
+        writeFile(dcim + "/100NIKON/DSC_0001.NEF", QByteArray(300000, 'r'), shot);
+        writeFile(dcim + "/100NIKON/CLIP_0003.MOV", QByteArray(200000, 'v'), shot.addSecs(60));
+        writeFile(dcim + "/100NIKON/.hidden.jpg", "x", shot);
+    }
+
+    void firstImportToTwoDisks()
+    {
+        auto w = makeWindow();
+        QCOMPARE(w->windowTitle(), "Importar imágenes");
+        bool subtitle = false;
+        for (QLabel *l : w->findChildren<QLabel *>())
+            subtitle = subtitle || l->text() == "Copia las imágenes de la tarjeta a tus discos, con carpetas y nombres a tu gusto";
+        QVERIFY(subtitle);
+        QVERIFY(w->noCardLabel()->isVisible());
+        QCOMPARE(w->noCardLabel()->text(), "No hay ninguna tarjeta conectada.");
+        QCOMPARE(w->startButton()->text(), "Elige el disco de trabajo");
+        QVERIFY(!w->startButton()->isEnabled());
+
+        // The options, with their explanations, as remembered by default.
+        QCOMPARE(w->skipImportedCheck()->text(), "No volver a importar lo ya importado");
+        QVERIFY(w->skipImportedCheck()->isChecked());
+        QCOMPARE(w->verifyCheck()->text(), "Verificar las copias");
+        QVERIFY(w->verifyCheck()->isChecked());
+        QCOMPARE(w->ejectCheck()->text(), "Expulsar la tarjeta al terminar");
+        QCOMPARE(w->openCheck()->text(), "Abrir la carpeta en Corvane al terminar");
+        QVERIFY(!w->videoCheck()->isChecked());
+        QVERIFY(!w->renameCheck()->isChecked());
+        QVERIFY(w->keepNamesLabel()->isVisible());
+        QCOMPARE(w->keepNamesLabel()->text(), "Se mantiene el nombre que puso la cámara (p. ej. DSC_0001.NEF).");
+        QVERIFY(!w->blockEditor()->isVisible());
+        QCOMPARE(w->sessionEdit()->placeholderText(), "p. ej. Boda Marta y Luis");
+        QStringList structures;
+        for (int i = 0; i < w->structureCombo()->count(); ++i)
+            structures << w->structureCombo()->itemText(i);
+        QCOMPARE(structures, QStringList({"Directamente en el destino", "Año › Fecha y sesión", "Año › Mes › Fecha y sesión",
+                                          "Fecha y sesión", "Solo el nombre de la sesión"}));
+
+        // The card, then the two disks.
+        click(w->chooseSourceButton());
+        QTRY_VERIFY(!w->isReading());
+        QCOMPARE(w->source(), _card);
+        QCOMPARE(w->sourceList()->currentItem()->data(Qt::UserRole).toString(), _card);
+        QVERIFY(w->sourceInfoLabel()->text().startsWith("4 imágenes · "));
+        click(w->workingButton());
+        QCOMPARE(w->workingEdit()->text(), _work);
+        QVERIFY(!w->backupNote()->isVisible());
+        click(w->backupCheck());
+        QVERIFY(w->backupNote()->isVisible());
+        QCOMPARE(w->backupNote()->text(), "La tarjeta se lee una sola vez y se escribe en los dos discos.");
+        w->backupEdit()->setFocus();
+        QTest::keyClicks(w->backupEdit(), _backup);
+
+        // Folders by date and session, names from the pattern.
+        w->structureCombo()->setCurrentIndex(w->structureCombo()->findText("Fecha y sesión"));
+        QTest::keyClicks(w->sessionEdit(), "Boda Marta y Luis");
+        click(w->renameCheck());
+        QVERIFY(w->blockEditor()->isVisible());
+        QVERIFY(!w->keepNamesLabel()->isVisible());
+        // The chips show the card's first shot.
+        QCOMPARE(w->blockEditor()->chipSample(1), "Boda_Marta_y_Luis");
+        QCOMPARE(w->blockEditor()->chipSample(0), "20240518");
+
+        // The live preview of the first planned paths, and the start button.
+        QTRY_COMPARE(w->startButton()->text(), "Importar 4 archivos · con verificación");
+        QVERIFY(w->startButton()->isEnabled());
+        const QString preview = w->previewLabel()->text();
+        QVERIFY2(preview.contains(kDay + "/" + kBase + "0001.JPG"), qPrintable(preview));
+        QVERIFY(preview.contains(kDay + "/" + kBase + "0001.NEF"));
+        QVERIFY(preview.contains(kDay + "/" + kBase + "0002.JPG"));
+        QVERIFY(preview.contains(kDay + "/" + kBase + "0003.JPG"));
+        click(w->verifyCheck());
+        QTRY_COMPARE(w->startButton()->text(), "Importar 4 archivos");
+        click(w->verifyCheck());
+        click(w->ejectCheck());
+
+        // Import, watching the progress page as it goes.
+        QStringList phases, counts;
+        connect(&w->runner(), &IngestRunner::phaseChanged, w.get(), [&] { phases << w->phaseLabel()->text(); });
+        connect(&w->runner(), &IngestRunner::progressChanged, w.get(), [&] { counts << w->filesLabel()->text(); });
+        QSignalSpy opened(w.get(), &ImportWindow::openFolderRequested);
+        click(w->startButton());
+        QCOMPARE(w->page(), ImportWindow::Page::progress);
+        QVERIFY(waitSummary(*w));
+        QVERIFY2(phases.contains("Copiando…") && phases.contains("Verificando las copias…"), qPrintable(phases.join(',')));
+        QVERIFY2(counts.indexOf(QRegularExpression("^\\d+ de \\d+ archivos$")) >= 0, qPrintable(counts.join(',')));
+
+        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
+        QCOMPARE(w->summaryBody()->text(),
+                 "Cada copia se ha leído de nuevo del disco y es idéntica, byte a byte, al original de la tarjeta (SHA-256). "
+                 "Ya puedes formatear la tarjeta.");
+        const QString dests = w->destinationsText();
+        QCOMPARE(dests.count("Correcta y verificada"), 2);
+        QCOMPARE(dests.count("Copiadas: 4 · Ya estaban en el disco: 0"), 2);
+        QCOMPARE(dests.count("Verificadas: 4"), 2);
+        QVERIFY(dests.contains("Disco de trabajo: " + _work));
+        QVERIFY(dests.contains("Copia de seguridad: " + _backup));
+        QVERIFY(!w->verifyNowButton()->isVisible());
+        QCOMPARE(w->ejectLabel()->text(), "Tarjeta expulsada");
+        QCOMPARE(_ejects.load(), 1);
+        QCOMPARE(opened.count(), 1);
+        QCOMPARE(opened.first().at(0).toString(), _work + "/" + kDay);
+
+        // Both disks hold the same four files, byte for byte, and nothing hidden.
+        const QStringList expected{kDay + "/" + kBase + "0001.JPG", kDay + "/" + kBase + "0001.NEF",
+                                   kDay + "/" + kBase + "0002.JPG", kDay + "/" + kBase + "0003.JPG"};
+        QCOMPARE(filesUnder(_work), expected);
+        QCOMPARE(filesUnder(_backup), expected);
+        for (const QString &root : {_work, _backup}) {
+            QCOMPARE(readAll(root + "/" + expected[0]), readAll(_card + "/DCIM/100NIKON/DSC_0001.JPG"));
+            QCOMPARE(readAll(root + "/" + expected[1]), readAll(_card + "/DCIM/100NIKON/DSC_0001.NEF"));
+            QCOMPARE(readAll(root + "/" + expected[3]), readAll(_card + "/DCIM/101NIKON/DSC_0001.JPG"));
+        }
+
+        // Every choice is remembered.
+        QSettings s;
+        QCOMPARE(s.value("ingest.dest").toString(), _work);
+        QCOMPARE(s.value("ingest.backupOn").toBool(), true);
+        QCOMPARE(s.value("ingest.backup").toString(), _backup);
+        QCOMPARE(s.value("ingest.structure").toString(), "date");
+        QCOMPARE(s.value("ingest.renameOn").toBool(), true);
+        QVERIFY(NamePattern::fromJsonText(s.value("ingest.namePattern").toString()));
+        QCOMPARE(s.value("ingest.eject").toBool(), true);
+        QCOMPARE(s.value("ingest.fullVerify").toBool(), true);
+
+        // A second import copies nothing: the preview says so before, the summary after.
+        click(w->againButton());
+        QCOMPARE(w->page(), ImportWindow::Page::setup);
+        QTRY_VERIFY(!w->isReading());
+        QTRY_COMPARE(w->previewLabel()->text(), "Todo lo de la tarjeta ya está importado");
+        click(w->startButton());
+        QVERIFY(waitSummary(*w));
+        QCOMPARE(w->summaryTitle()->text(), "Todo lo de la tarjeta ya está importado");
+        QCOMPARE(filesUnder(_work), expected);
+        QCOMPARE(filesUnder(_backup), expected);
+    }
+
+    void choicesComeBackInANewWindow()
+    {
+        auto w = makeWindow();
+        QCOMPARE(w->workingEdit()->text(), _work);
+        QVERIFY(w->backupCheck()->isChecked());
+        QCOMPARE(w->backupEdit()->text(), _backup);
+        QCOMPARE(w->structureCombo()->currentText(), "Fecha y sesión");
+        QVERIFY(w->renameCheck()->isChecked());
+        QVERIFY(w->blockEditor()->pattern().sameContent(NamePattern::defaultPattern()));
+        QVERIFY(w->ejectCheck()->isChecked());
+        QCOMPARE(w->blockEditor()->digits(), 4);
+        // A pattern that no longer decodes falls back to the default one.
+        QSettings().setValue("ingest.namePattern", "{roto");
+        auto again = makeWindow();
+        QVERIFY(again->blockEditor()->pattern().sameContent(NamePattern::defaultPattern()));
+    }
+
+    void verifyNowAfterACopyWithoutVerification()
+    {
+        auto w = makeWindow();
+        w->setSource(_card);
+        QTRY_VERIFY(!w->isReading());
+        QTest::keyClicks(w->sessionEdit(), "Boda Marta y Luis");
+        click(w->videoCheck());
+        QVERIFY(w->verifyCheck()->isChecked());
+        click(w->verifyCheck());
+        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo");
+        click(w->startButton());
+        QVERIFY(waitSummary(*w));
+        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas");
+        QVERIFY(w->summaryBody()->text().contains("pulsa «Verificar ahora»"));
+        QCOMPARE(w->destinationsText().count("Copiadas: 1 · Ya estaban en el disco: 4"), 2);
+        QVERIFY(w->verifyNowButton()->isVisible());
+
+        click(w->verifyNowButton());
+        QVERIFY(QTest::qWaitFor([&] { return !w->runner().busy(); }, 60000));
+        QVERIFY(waitSummary(*w));
+        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
+        QCOMPARE(w->destinationsText().count("Correcta y verificada"), 2);
+        QVERIFY(!w->verifyNowButton()->isVisible());
+        // The video joins the numbering by its date, between the shots of 10:00 and 11:00.
+        QVERIFY(QFile::exists(_backup + "/" + kDay + "/" + kBase + "0003.MOV"));
+        QVERIFY(QFile::exists(_work + "/" + kDay + "/" + kBase + "0003.MOV"));
+    }
+
+    void aCorruptCopyIsReportedAndCopiedAgain()
+    {
+        const QString photo = _card + "/DCIM/101NIKON/DSC_0005.JPG";
+        QCOMPARE(makePhoto(photo, "2024:05:18 12:00:00", "NIKON Z 9"), QString());
+        auto w = makeWindow();
+        w->setSource(_card);
+        QTRY_VERIFY(!w->isReading());
+        QTest::keyClicks(w->sessionEdit(), "Boda Marta y Luis");
+        QVERIFY(!w->verifyCheck()->isChecked());   // as the last import left it
+        click(w->verifyCheck());
+        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo · con verificación");
+        _corruptBackup = true;
+        const int ejects = _ejects;
+        click(w->startButton());
+        QVERIFY(waitSummary(*w));
+        _corruptBackup = false;
+        QCOMPARE(w->summaryTitle()->text(), "Importación con problemas");
+        const QString dests = w->destinationsText();
+        QVERIFY2(dests.contains("la copia NO coincide con el original; se ha borrado para volver a copiarla"), qPrintable(dests));
+        QCOMPARE(dests.count("Correcta y verificada"), 1);   // the working disk
+        QCOMPARE(_ejects.load(), ejects);                   // never with errors
+        const QString name = kDay + "/" + kBase + "0005.JPG";
+        QVERIFY(QFile::exists(_work + "/" + name));
+        QVERIFY(!QFile::exists(_backup + "/" + name));
+
+        // The next import copies just that file again.
+        click(w->againButton());
+        QTRY_VERIFY(!w->isReading());
+        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo · con verificación");
+        click(w->startButton());
+        QVERIFY(waitSummary(*w));
+        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
+        QCOMPARE(readAll(_backup + "/" + name), readAll(photo));
+    }
+
+    void cancelLeavesNoHalfCopies()
+    {
+        QCOMPARE(makePhoto(_card + "/DCIM/101NIKON/DSC_0006.JPG", "2024:05:18 13:00:00", "NIKON Z 9"), QString());
+        auto w = makeWindow();
+        w->setSource(_card);
+        QTRY_VERIFY(!w->isReading());
+        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo · con verificación");
+        _holdVerify = true;
+        click(w->startButton());
+        // Held at the verification: cancel from the window, then let the worker go on.
+        QVERIFY(QTest::qWaitFor([&] { return _verifyEntered.tryAcquire(); }, 60000));
+        QTRY_COMPARE(w->phaseLabel()->text(), "Verificando las copias…");
+        click(w->cancelButton());
+        QVERIFY(!w->cancelButton()->isEnabled());
+        _verifyRelease.release();
+        QVERIFY(waitSummary(*w));
+        QCOMPARE(w->summaryTitle()->text(), "Importación cancelada");
+        QVERIFY(!w->verifyNowButton()->isVisible());
+        for (const QString &root : {_work, _backup})
+            for (const QString &f : filesUnder(root))
+                QVERIFY2(!QFileInfo(f).fileName().startsWith('.'), qPrintable(f));
+    }
+
+    void theMainWindowOpensItAndShowsTheResult()
+    {
+        MarksStore store;
+        MarksBook book(&store);
+        AppState state(book);
+        MainWindow window(state, store);
+        window.show();
+        QAction *import = window.action("import");
+        QVERIFY(import && import->isEnabled());
+        QCOMPARE(import->text(), "Importar imágenes…");
+        QCOMPARE(import->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_I));
+        import->trigger();
+        auto *w = window.findChild<ImportWindow *>();
+        QVERIFY(w);
+        QVERIFY(w->isVisible());
+        QVERIFY(w->isWindow());
+        // One window for the session: the action brings the same one back.
+        w->close();
+        import->trigger();
+        QCOMPARE(window.findChildren<ImportWindow *>().size(), 1);
+        QVERIFY(w->isVisible());
+
+        // "Abrir la carpeta en Corvane al terminar" opens the result in the browser.
+        QSignalSpy loaded(&state, &AppState::loaded);
+        emit w->openFolderRequested(_work + "/" + kDay);
+        QVERIFY(loaded.wait(10000));
+        QCOMPARE(state.folder(), _work + "/" + kDay);
+        QVERIFY(state.photos().size() >= 5);
+        // Handing the main window a folder closes its dialogs, never the import window.
+        window.closeSheets();
+        QVERIFY(w->isVisible());
+        w->close();
+    }
+
+    void texts()
+    {
+        QCOMPARE(ImportWindow::formatBytes(512), "512 bytes");
+        QCOMPARE(ImportWindow::formatBytes(1234567), "1,2 MB");
+        QCOMPARE(ImportWindow::formatBytes(85000000), "85 MB");
+        QCOMPARE(ImportWindow::formatBytes(7800000000), "7,8 GB");
+        QCOMPARE(ImportWindow::formatDuration(12), "12 s");
+        QCOMPARE(ImportWindow::formatDuration(80), "1 min 20 s");
+        QCOMPARE(ImportWindow::formatDuration(120), "2 min");
+        QCOMPARE(ImportWindow::formatDuration(3720), "1 h 2 min");
+    }
+};
+
+QTEST_MAIN(TestImportWindow)
+#include "tst_importwindow.moc"
