@@ -16,6 +16,7 @@
 #include <QSet>
 #include <QUuid>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <fcntl.h>
@@ -436,6 +437,9 @@ IngestReport IngestJob::run()
     }
     const QString source = QDir::cleanPath(QFileInfo(_request.source).absoluteFilePath());
     auto finish = [&]() {
+        const QString cancelled = QStringLiteral("importación cancelada");
+        if (r.cancelled && !r.errors.contains(cancelled))
+            r.errors.append(cancelled);
         r.summary = summarize(r);
         phase(IngestPhase::finished, 0, 0);
         return r;
@@ -492,7 +496,9 @@ IngestReport IngestJob::run()
         if (!usable[d])
             r.dests[d].failed = r.plan.toCopy(d);
     }
-    r.resultFolder = commonFolder(roots.first(), r.plan.files);
+    // The working disk's folder, or the backup's when the working disk cannot be written.
+    const qsizetype shown = std::max<qsizetype>(0, usable.indexOf(true));
+    r.resultFolder = commonFolder(roots[shown], r.plan.files);
     if (_hooks.planned)
         _hooks.planned(r.plan);
     if (_request.dryRun)
@@ -548,8 +554,6 @@ IngestReport IngestJob::run()
             if ((onDisk.value(f.historyKey) | f.presentIn) == all)
                 keys.insert(f.historyKey);
     }
-    if (r.cancelled)
-        r.errors.append(QStringLiteral("importación cancelada"));
     if (!keys.isEmpty()) {
         const QString error = ImportedRecord::add(keys, r.recordPath);
         if (!error.isEmpty())
