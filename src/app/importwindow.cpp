@@ -790,6 +790,7 @@ void ImportWindow::startImport()
     request.working = _working->text().trimmed();
     request.backup = _backupOn->isChecked() ? _backup->text().trimmed() : QString();
     request.options = currentOptions();
+    request.known = _items;   // read for the preview: only new files are read again
     if (!_runner->start(request))
         return;
     _verifyNowRun = false;

@@ -86,7 +86,8 @@ void readDateAndCamera(const QString &path, IngestItem &item)
     }
 }
 
-CardScan scan(const QString &root, bool includeVideo, const IngestCancel *cancel, const std::function<void(int, int)> &progress)
+CardScan scan(const QString &root, bool includeVideo, const IngestCancel *cancel, const std::function<void(int, int)> &progress,
+              const QHash<QString, IngestItem> *known)
 {
     CardScan result;
     const QFileInfo info(root);
@@ -114,7 +115,13 @@ CardScan scan(const QString &root, bool includeVideo, const IngestCancel *cancel
     QtConcurrent::blockingMap(&pool, w.items, [&](IngestItem &item) {
         if (cancelled(cancel))
             return;
-        readDateAndCamera(item.url, item);
+        const auto seen = known ? known->constFind(item.url) : QHash<QString, IngestItem>::const_iterator();
+        if (known && seen != known->cend() && seen->size == item.size) {
+            item.date = seen->date;
+            item.camera = seen->camera;
+        } else {
+            readDateAndCamera(item.url, item);
+        }
         const int n = ++done;
         if (progress && n % 20 == 0)
             progress(n, total);

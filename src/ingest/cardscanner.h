@@ -4,6 +4,7 @@
 // exiv2. Thread-safe; meant for a worker thread.
 #include "ingestitem.h"
 
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <functional>
@@ -19,9 +20,12 @@ struct CardScan {
 namespace CardScanner {
 
 // `progress` runs every few files, on any thread: while walking, (files found, 0); while reading
-// the metadata, (files read, files found).
+// the metadata, (files read, files found). Files in `known` (by path) with the same size take
+// their date and camera from there instead of being read again: the import window has read the
+// card once already for its preview, and reading a big card costs the photographer minutes.
 CardScan scan(const QString &root, bool includeVideo, const IngestCancel *cancel = nullptr,
-              const std::function<void(int done, int total)> &progress = {});
+              const std::function<void(int done, int total)> &progress = {},
+              const QHash<QString, IngestItem> *known = nullptr);
 
 // The date and camera of one file: EXIF first, then the earlier of its creation and modification
 // dates. Used by scan(); exposed for tests.

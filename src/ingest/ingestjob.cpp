@@ -466,8 +466,11 @@ IngestReport IngestJob::run()
     }
 
     phase(IngestPhase::scanning, 0, 0);
+    QHash<QString, IngestItem> known;
+    for (const IngestItem &item : std::as_const(_request.known))
+        known.insert(item.url, item);
     const CardScan scan = CardScanner::scan(source, _request.options.video, _cancel,
-                                            [&](int done, int) { box->set(0, done, {}); });
+                                            [&](int done, int) { box->set(0, done, {}); }, &known);
     if (!scan.error.isEmpty())
         r.errors.append(scan.error);
     if (scan.cancelled)

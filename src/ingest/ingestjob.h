@@ -25,6 +25,8 @@ struct IngestRequest {
     IngestOptions options;
     bool dryRun = false;          // read and plan only
     QString recordPath;           // the imported-files record; "" = ImportedRecord::path()
+    QList<IngestItem> known;      // the card as read before (the window's preview); the card is
+                                  // still walked, but these files' metadata is not read again
 
     QStringList destRoots() const;
 };

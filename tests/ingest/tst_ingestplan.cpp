@@ -299,6 +299,31 @@ private slots:
         QVERIFY(!CardScanner::scan(tmp.path() + "/nothing", false).error.isEmpty());
     }
 
+    void scanReusesWhatWasReadBefore()
+    {
+        // The window's preview read the card; at "Importar" only what changed since is read again.
+        QTemporaryDir tmp;
+        const QString card = tmp.path() + "/card";
+        const QDateTime old(QDate(2020, 1, 2), QTime(3, 4, 5));
+        const QString a = TestCard::write(card, "DCIM/100CANON/IMG_0001.JPG", TestCard::bytes(300, 1), old);
+        const QString b = TestCard::write(card, "DCIM/100CANON/IMG_0002.JPG", TestCard::bytes(300, 2), old);
+        const CardScan before = CardScanner::scan(card, false);
+        QCOMPARE(before.items.size(), 2);
+
+        QHash<QString, IngestItem> known;
+        for (IngestItem item : before.items) {
+            item.date = QDateTime(QDate(1999, 9, 9), QTime(9, 9, 9));   // marks what was reused
+            known.insert(item.url, item);
+        }
+        TestCard::write(card, "DCIM/100CANON/IMG_0002.JPG", TestCard::bytes(400, 3), old);   // shot over: new size
+        TestCard::write(card, "DCIM/100CANON/IMG_0003.JPG", TestCard::bytes(300, 4), old);   // new on the card
+        const CardScan after = CardScanner::scan(card, false, nullptr, {}, &known);
+        QCOMPARE(after.items.size(), 3);
+        for (const IngestItem &item : after.items)
+            QCOMPARE(item.date.date().year(), item.url == a ? 1999 : 2020);
+        QVERIFY(known.contains(b));
+    }
+
     void recordIsAJsonSetOfKeys()
     {
         QTemporaryDir tmp;
