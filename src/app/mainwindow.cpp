@@ -926,6 +926,11 @@ void MainWindow::showEvent(QShowEvent *event)
 
 void MainWindow::closeEvent(QCloseEvent *event)
 {
+    // An import in progress is never cut short without asking.
+    if (_import && _import->isVisible() && !_import->close()) {
+        event->ignore();
+        return;
+    }
     QSettings settings;
     settings.setValue(QLatin1String(kGeometry), saveGeometry());
     settings.setValue(QLatin1String(kSplitter), _splitter->saveState());
