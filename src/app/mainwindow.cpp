@@ -1,5 +1,6 @@
 #include "mainwindow.h"
 
+#include "camerawindow.h"
 #include "emptystate.h"
 #include "filterbar.h"
 #include "gridmodel.h"
@@ -15,6 +16,7 @@
 #include "toast.h"
 
 #include "analysis/sharpnessanalyzer.h"
+#include "camera/camerahub.h"
 #include "imaging/diskkind.h"
 #include "imaging/imagepipeline.h"
 #include "marks/marksstore.h"
@@ -248,7 +250,8 @@ void MainWindow::buildActions()
     connect(makeAction(QStringLiteral("import"), QStringLiteral("Importar imágenes…"), {QKeySequence(Qt::CTRL | Qt::Key_I)}),
             &QAction::triggered, this, &MainWindow::showImport);
     _actions[QStringLiteral("import")]->setIconText(QStringLiteral("Importar"));
-    makeLater(QStringLiteral("camera"), QStringLiteral("Cámara…"))->setIconText(QStringLiteral("Cámara"));
+    connect(makeAction(QStringLiteral("camera"), QStringLiteral("Cámara…")), &QAction::triggered, this, &MainWindow::showCamera);
+    _actions[QStringLiteral("camera")]->setIconText(QStringLiteral("Cámara"));
     connect(makeAction(QStringLiteral("quit"), QStringLiteral("Salir"), {QKeySequence(Qt::CTRL | Qt::Key_Q)}),
             &QAction::triggered, this, &QWidget::close);
 
@@ -896,6 +899,18 @@ void MainWindow::showImport()
     _import->show();
     _import->raise();
     _import->activateWindow();
+}
+
+void MainWindow::showCamera()
+{
+    // The hub lives as long as the window: closing "Cámara" does not stop a camera sending.
+    if (!_cameraHub)
+        _cameraHub = new CameraHub(&_state, this);
+    if (!_camera)
+        _camera = new CameraWindow(*_cameraHub, _state, this);
+    _camera->show();
+    _camera->raise();
+    _camera->activateWindow();
 }
 
 // ----- Events

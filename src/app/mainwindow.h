@@ -7,6 +7,8 @@
 #include <QPointer>
 
 class AppState;
+class CameraHub;
+class CameraWindow;
 class EmptyState;
 class FilterBar;
 class GridView;
@@ -67,6 +69,7 @@ public slots:
     void openFolderDialog();
     void showSettings();
     void showImport();   // "Importar imágenes…" (Ctrl+I)
+    void showCamera();   // "Cámara…": live reception; the hub keeps receiving when it closes
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -134,6 +137,8 @@ private:
     QProgressBar *_sharpProgress = nullptr;
     QPointer<SettingsDialog> _settings;
     QPointer<ImportWindow> _import;
+    CameraHub *_cameraHub = nullptr;
+    QPointer<CameraWindow> _camera;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;
 };

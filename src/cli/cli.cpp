@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "ingestcommand.h"
 #include "rawpreviewscommand.h"
+#include "receivecommand.h"
 #include "sharpnesscommand.h"
 #include "thumbscommand.h"
 
@@ -27,6 +28,7 @@ const Command kCommands[] = {
     {"sharpness", &sharpnessCommand, "corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"},
     {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},
     {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
+    {"receive", &receiveCommand, "corvane receive --to CARPETA [--port N]"},
     {"ingest", &ingestCommand,
      "corvane ingest --from CARPETA --to CARPETA [--backup CARPETA] [--structure none|yearDate|yearMonthDate|date|session] "
      "[--session TEXTO] [--rename] [--preset N | --pattern JSON] [--start N] [--digits N] [--skip-imported] [--video] "

@@ -1,0 +1,147 @@
+#include "camerahub.h"
+
+#include "ftppassword.h"
+#include "ftpreceiver.h"
+
+#include "model/appstate.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSettings>
+
+CameraHub::CameraHub(AppState *state, QObject *parent)
+    : QObject(parent)
+    , _state(state)
+{
+    QSettings settings;
+    _port = settings.value(QStringLiteral("cam.ftpPort"), 21).toInt();
+    if (_port < 0 || _port > 65535)
+        _port = 21;
+    const FTPPassword::Loaded loaded = FTPPassword::load(settings);
+    _password = loaded.password;
+    _passwordRenewed = loaded.renewed;
+    _autoServer = settings.value(QStringLiteral("cam.autoServer")).toString();
+    _wifiStatus = QStringLiteral("Wifi apagado.");
+    if (state && !state->folder().isEmpty())
+        _destination = state->folder();
+}
+
+CameraHub::~CameraHub()
+{
+    stopReceiver();
+}
+
+quint16 CameraHub::listeningPort() const
+{
+    return _receiver ? _receiver->port() : 0;
+}
+
+void CameraHub::setWifiOn(bool on)
+{
+    if (on == _wifiOn)
+        return;
+    if (!on) {
+        stopReceiver();
+        _wifiOn = false;
+        setWifiStatus(QStringLiteral("Wifi apagado."));
+        return;
+    }
+    if (_destination.isEmpty()) {
+        setWifiStatus(QStringLiteral("Elige primero la carpeta donde guardar las imágenes."));
+        return;
+    }
+    if (!QFileInfo(_destination).isDir() && !QDir().mkpath(_destination)) {
+        setWifiStatus(QStringLiteral("No se puede crear la carpeta «%1».").arg(_destination));
+        return;
+    }
+    _wifiOn = true;
+    startReceiver();
+}
+
+void CameraHub::setPort(int port, bool remember)
+{
+    if (port < 0 || port > 65535 || port == _port)
+        return;
+    _port = port;
+    if (remember)
+        QSettings().setValue(QStringLiteral("cam.ftpPort"), port);
+    if (_wifiOn) {
+        stopReceiver();
+        startReceiver();
+    } else {
+        emit changed();
+    }
+}
+
+void CameraHub::setDestination(const QString &folder)
+{
+    const QString clean = folder.isEmpty() ? QString() : QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
+    if (clean == _destination)
+        return;
+    _destination = clean;
+    if (_wifiOn) {
+        stopReceiver();
+        startReceiver();
+    } else {
+        emit changed();
+    }
+}
+
+void CameraHub::startReceiver()
+{
+    const quint64 generation = ++_generation;
+    _receiver = std::make_unique<FTPReceiver>(_destination, _user, _password, quint16(_port), _limits, _address);
+    _receiver->onEvent = [this, generation](const FTPEvent &event) {
+        QMetaObject::invokeMethod(this, [this, generation, event] { handle(generation, event); }, Qt::QueuedConnection);
+    };
+    _receiver->start();
+    setWifiStatus(QStringLiteral("Abriendo el servidor FTP…"));
+}
+
+void CameraHub::stopReceiver()
+{
+    ++_generation;
+    if (_receiver) {
+        _receiver->stop();
+        _receiver.reset();
+    }
+}
+
+void CameraHub::handle(quint64 generation, const FTPEvent &event)
+{
+    if (generation != _generation)
+        return;
+    switch (event.kind) {
+    case FTPEvent::Kind::ready:
+        setWifiStatus(QStringLiteral("Esperando a la cámara en el puerto %1.").arg(listeningPort()));
+        break;
+    case FTPEvent::Kind::failed:
+        stopReceiver();
+        _wifiOn = false;
+        setWifiStatus(event.text);
+        break;
+    case FTPEvent::Kind::client:
+        setWifiStatus(QStringLiteral("Cámara conectada desde %1.").arg(event.text));
+        break;
+    case FTPEvent::Kind::warning:
+        setWifiStatus(event.text);
+        break;
+    case FTPEvent::Kind::file: {
+        ++_received;
+        _lastName = QFileInfo(event.text).fileName();
+        // Grouped into the open folder when it is the destination: a late RAW joins its JPEG.
+        if (_state)
+            _state->addFiles({event.text}, true);
+        emit fileReceived(event.text);
+        setWifiStatus(QStringLiteral("Recibida %1.").arg(_lastName));
+        break;
+    }
+    }
+}
+
+void CameraHub::setWifiStatus(const QString &text)
+{
+    _wifiStatus = text;
+    emit wifiStatusChanged(text);
+    emit changed();
+}

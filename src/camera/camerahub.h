@@ -1,0 +1,85 @@
+#pragma once
+// The owner of live reception and of what the camera window shows. For wifi it starts and stops
+// the FTP receiver, turns its events into status texts, counts what arrives and hands each stored
+// file to the browser, which groups it into the open folder marked new. GUI thread only; the
+// receiver's events reach it queued. (The USB cable path comes later; its fields stay off.)
+#include "ftpevent.h"
+#include "ftplimits.h"
+
+#include <QHostAddress>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <memory>
+
+class AppState;
+class FTPReceiver;
+
+class CameraHub : public QObject
+{
+    Q_OBJECT
+public:
+    // `state` may be null (the command line has no browser).
+    explicit CameraHub(AppState *state = nullptr, QObject *parent = nullptr);
+    ~CameraHub() override;
+
+    bool usbOn() const { return _usbOn; }
+    QString usbStatus() const { return _usbStatus; }
+    bool wifiOn() const { return _wifiOn; }
+    QString wifiStatus() const { return _wifiStatus; }
+    int port() const { return _port; }
+    QString user() const { return _user; }
+    QString password() const { return _password; }
+    bool passwordRenewed() const { return _passwordRenewed; }
+    QString destination() const { return _destination; }
+    int received() const { return _received; }
+    QString lastName() const { return _lastName; }
+    QString autoServer() const { return _autoServer; }
+    // The port the receiver listens on once it is ready (the system's choice for port 0).
+    quint16 listeningPort() const;
+
+    // Turns wifi reception on or off; on needs a destination folder.
+    void setWifiOn(bool on);
+    // Stored under "cam.ftpPort" unless `remember` is false (a port for this run only); a
+    // running receiver moves to the new port.
+    void setPort(int port, bool remember = true);
+    // Where received files go; a running receiver moves to the new folder.
+    void setDestination(const QString &folder);
+
+    // For the tests: short time-outs, a loopback-only listener.
+    void setLimits(const FTPLimits &limits) { _limits = limits; }
+    void setListenAddress(const QHostAddress &address) { _address = address; }
+
+signals:
+    void changed();
+    // Every status text as it is set, even when it repeats the one before (the command line
+    // prints each).
+    void wifiStatusChanged(const QString &text);
+    void fileReceived(const QString &path);
+
+private:
+    void startReceiver();
+    void stopReceiver();
+    void handle(quint64 generation, const FTPEvent &event);
+    void setWifiStatus(const QString &text);
+
+    // Fields in the order of the design.
+    bool _usbOn = false;
+    QString _usbStatus;
+    bool _wifiOn = false;
+    QString _wifiStatus;
+    int _port = 21;
+    QString _user = QStringLiteral("corvane");
+    QString _password;
+    bool _passwordRenewed = false;
+    QString _destination;
+    int _received = 0;
+    QString _lastName;
+    QString _autoServer;
+    QPointer<AppState> _state;
+    std::unique_ptr<FTPReceiver> _receiver;
+
+    FTPLimits _limits;
+    QHostAddress _address = QHostAddress::Any;
+    quint64 _generation = 0;   // events of a receiver that was replaced are dropped
+};

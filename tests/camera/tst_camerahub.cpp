@@ -1,0 +1,201 @@
+// The camera hub on the wifi path: it starts the receiver, words its events for the window, and
+// hands each arriving file to the browser, which groups it into the open folder marked new.
+#include "ftptestserver.h"
+#include "testenv.h"
+
+#include "camera/camerahub.h"
+#include "marks/marksbook.h"
+#include "marks/marksstore.h"
+#include "model/appstate.h"
+
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QtTest>
+
+namespace {
+QByteArray jpegBytes(char tag)
+{
+    return QByteArray("\xFF\xD8\xFF\xFE\x00\x04xx\xFF\xDA\x00\x02", 12) + QByteArray(5000, tag) + QByteArray("\xFF\xD9", 2);
+}
+
+struct Browser {
+    MarksStore store;
+    MarksBook book{&store};
+    AppState state{book};
+    bool open(const QString &folder)
+    {
+        QSignalSpy loaded(&state, &AppState::loaded);
+        state.openFolder(folder);
+        return loaded.wait(5000);
+    }
+    Photo *shot(const QString &name) const
+    {
+        for (const PhotoPtr &p : state.photos())
+            if (p->name() == name)
+                return p.get();
+        return nullptr;
+    }
+};
+
+// A hub on a loopback port the system chooses, with short time-outs.
+void prepare(CameraHub &hub)
+{
+    hub.setListenAddress(QHostAddress::LocalHost);
+    hub.setLimits(FTPTest::fastLimits());
+    hub.setPort(0, false);
+}
+
+bool waitForStatus(CameraHub &hub, const QString &prefix)
+{
+    return QTest::qWaitFor([&] { return hub.wifiStatus().startsWith(prefix); }, 10000);
+}
+
+int curlUpload(const CameraHub &hub, const QString &file, const QString &password)
+{
+    return QProcess::execute("curl", {"-sS", "-T", file,
+                                      QStringLiteral("ftp://corvane:%1@127.0.0.1:%2/").arg(password).arg(hub.listeningPort())});
+}
+} // namespace
+
+class TestCameraHub : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { TestEnv::isolate(); }
+    void cleanup() { QSettings().clear(); }
+
+    void settingsAndPassword()
+    {
+        QSettings().setValue("cam.ftpPassword", "old");
+        QSettings().setValue("cam.ftpPort", 2121);
+        QSettings().setValue("cam.autoServer", "6f1c2a10-2f2b-4d55-9d7e-0c1f3c9b7a11");
+        CameraHub hub;
+        QCOMPARE(hub.port(), 2121);
+        QCOMPARE(hub.user(), QStringLiteral("corvane"));
+        QVERIFY(hub.passwordRenewed());
+        QCOMPARE(hub.password().size(), 10);
+        QCOMPARE(QSettings().value("cam.ftpPassword").toString(), hub.password());
+        QCOMPARE(hub.autoServer(), QStringLiteral("6f1c2a10-2f2b-4d55-9d7e-0c1f3c9b7a11"));
+        QVERIFY(!hub.wifiOn());
+        QVERIFY(!hub.usbOn());
+        QCOMPARE(hub.wifiStatus(), QStringLiteral("Wifi apagado."));
+        hub.setPort(2122);
+        QCOMPARE(QSettings().value("cam.ftpPort").toInt(), 2122);
+        hub.setPort(2123, false);
+        QCOMPARE(QSettings().value("cam.ftpPort").toInt(), 2122);
+        // A second hub reads the same password, renewed no more.
+        CameraHub again;
+        QCOMPARE(again.password(), hub.password());
+        QVERIFY(!again.passwordRenewed());
+        // Without a folder wifi stays off and says why.
+        hub.setWifiOn(true);
+        QVERIFY(!hub.wifiOn());
+        QCOMPARE(hub.wifiStatus(), QStringLiteral("Elige primero la carpeta donde guardar las imágenes."));
+    }
+
+    void filesReachTheOpenFolderMarkedNew()
+    {
+        QTemporaryDir folder, src;
+        TestEnv::touch(folder.filePath("DSC_0000.JPG"), jpegBytes('0'));
+        Browser b;
+        QVERIFY(b.open(folder.path()));
+        CameraHub hub(&b.state);
+        QCOMPARE(hub.destination(), folder.path());   // the open folder by default
+        prepare(hub);
+        QSignalSpy statuses(&hub, &CameraHub::wifiStatusChanged);
+        hub.setWifiOn(true);
+        QVERIFY(hub.wifiOn());
+        QVERIFY(waitForStatus(hub, "Esperando a la cámara en el puerto "));
+        QCOMPARE(hub.wifiStatus(), QStringLiteral("Esperando a la cámara en el puerto %1.").arg(hub.listeningPort()));
+
+        const QString jpg = TestEnv::touch(src.filePath("DSC_0001.JPG"), jpegBytes('1'));
+        const QString nef = TestEnv::touch(src.filePath("DSC_0001.NEF"), "raw bytes of a camera without a known layout");
+        QCOMPARE(curlUpload(hub, jpg, hub.password()), 0);
+        QVERIFY(QTest::qWaitFor([&] { return hub.received() == 1; }, 5000));
+        QCOMPARE(hub.lastName(), QStringLiteral("DSC_0001.JPG"));
+        QCOMPARE(hub.wifiStatus(), QStringLiteral("Recibida DSC_0001.JPG."));
+        Photo *shot = b.shot("DSC_0001.JPG");
+        QVERIFY(shot);
+        QVERIFY(shot->isNew());
+        QVERIFY(!b.shot("DSC_0000.JPG")->isNew());
+        // The RAW that follows joins its JPEG: one shot, two files.
+        QCOMPARE(curlUpload(hub, nef, hub.password()), 0);
+        QVERIFY(QTest::qWaitFor([&] { return hub.received() == 2; }, 5000));
+        QCOMPARE(hub.lastName(), QStringLiteral("DSC_0001.NEF"));
+        QCOMPARE(b.state.photos().size(), 2);
+        shot = b.shot("DSC_0001.NEF");
+        QVERIFY(shot);
+        QCOMPARE(shot->files().size(), 2);
+        QVERIFY(shot->isNew());
+        // The "new only" filter shows just the arrival.
+        PhotoFilter f = b.state.filter();
+        f.newOnly = true;
+        b.state.setFilter(f);
+        QCOMPARE(b.state.visible().size(), 1);
+        QCOMPARE(b.state.visible().first()->name(), QStringLiteral("DSC_0001.NEF"));
+
+        QStringList seen;
+        for (const QList<QVariant> &args : std::as_const(statuses))
+            seen << args.first().toString();
+        QCOMPARE(seen, QStringList({"Abriendo el servidor FTP…",
+                                    QStringLiteral("Esperando a la cámara en el puerto %1.").arg(hub.listeningPort()),
+                                    "Cámara conectada desde 127.0.0.1.", "Recibida DSC_0001.JPG.",
+                                    "Cámara conectada desde 127.0.0.1.", "Recibida DSC_0001.NEF."}));
+        hub.setWifiOn(false);
+        QCOMPARE(hub.wifiStatus(), QStringLiteral("Wifi apagado."));
+        QVERIFY(curlUpload(hub, jpg, hub.password()) != 0);
+    }
+
+    void anotherDestinationLeavesTheBrowserAlone()
+    {
+        QTemporaryDir open, dest, src;
+        Browser b;
+        QVERIFY(b.open(open.path()));
+        CameraHub hub(&b.state);
+        prepare(hub);
+        hub.setDestination(dest.path());
+        hub.setWifiOn(true);
+        QVERIFY(waitForStatus(hub, "Esperando"));
+        QCOMPARE(curlUpload(hub, TestEnv::touch(src.filePath("A.JPG"), jpegBytes('a')), hub.password()), 0);
+        QVERIFY(QTest::qWaitFor([&] { return hub.received() == 1; }, 5000));
+        QVERIFY(QFile::exists(dest.filePath("A.JPG")));
+        QVERIFY(b.state.photos().isEmpty());
+        // Moving the destination while on restarts the receiver there.
+        QTemporaryDir other;
+        hub.setDestination(other.path());
+        QVERIFY(waitForStatus(hub, "Esperando"));
+        QCOMPARE(curlUpload(hub, src.filePath("A.JPG"), hub.password()), 0);
+        QVERIFY(QTest::qWaitFor([&] { return hub.received() == 2; }, 5000));
+        QVERIFY(QFile::exists(other.filePath("A.JPG")));
+    }
+
+    void warningsAndFailuresBecomeTheStatus()
+    {
+        QTemporaryDir dest, src;
+        CameraHub hub;
+        prepare(hub);
+        hub.setDestination(dest.path());
+        hub.setWifiOn(true);
+        QVERIFY(waitForStatus(hub, "Esperando"));
+        const QString file = TestEnv::touch(src.filePath("A.JPG"), jpegBytes('a'));
+        for (int i = 0; i < 3; ++i)
+            QVERIFY(curlUpload(hub, file, "wrong") != 0);
+        QVERIFY(waitForStatus(hub, "Contraseña incorrecta varias veces desde 127.0.0.1."));
+        QCOMPARE(hub.received(), 0);
+
+        // A port another program holds.
+        QTcpServer holder;
+        QVERIFY(holder.listen(QHostAddress::Any, 0));
+        CameraHub second;
+        second.setDestination(dest.path());
+        second.setPort(holder.serverPort(), false);
+        second.setWifiOn(true);
+        QVERIFY(waitForStatus(second, "El puerto"));
+        QCOMPARE(second.wifiStatus(), QStringLiteral("El puerto %1 está ocupado por otra app. Prueba con otro (p. ej. 2121) y ponlo también en la cámara.").arg(holder.serverPort()));
+        QVERIFY(!second.wifiOn());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraHub)
+#include "tst_camerahub.moc"

@@ -1,0 +1,111 @@
+// corvane receive as a user runs it: the real executable, a real upload with curl, and the
+// interrupt that ends it.
+#include "corvanerun.h"
+#include "testenv.h"
+
+#include <QRegularExpression>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QtTest>
+
+#include <csignal>
+#include <unistd.h>
+
+class TestReceiveCommand : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase()
+    {
+        TestEnv::isolate();
+        QVERIFY2(QFile::exists(qEnvironmentVariable("CORVANE_BIN")), "CORVANE_BIN must name the built corvane");
+    }
+
+    void receivesUntilInterrupted()
+    {
+        QTemporaryDir dest, src;
+        QProcess p;
+        p.start(qEnvironmentVariable("CORVANE_BIN"), {"receive", "--to", dest.path(), "--port", "0"});
+        QString out;
+        QRegularExpressionMatch ready;
+        const QRegularExpression readyLine("Esperando a la cámara en el puerto (\\d+)\\.");
+        QVERIFY(QTest::qWaitFor([&] {
+            p.waitForReadyRead(100);
+            out += QString::fromUtf8(p.readAllStandardOutput());
+            ready = readyLine.match(out);
+            return ready.hasMatch();
+        }, 10000));
+        QVERIFY(out.contains(QStringLiteral("Recibiendo imágenes por wifi (FTP) en «%1»").arg(dest.path())));
+        QVERIFY(out.contains("Usuario: corvane"));
+        const QRegularExpressionMatch pw = QRegularExpression("Contraseña: ([a-z2-9]{10})\n").match(out);
+        QVERIFY(pw.hasMatch());
+        QVERIFY(out.contains("Dirección de este ordenador: "));
+
+        const QString file = TestEnv::touch(src.filePath("IMG_0001.JPG"),
+                                            QByteArray("\xFF\xD8\xFF\xFE\x00\x04xx", 8) + QByteArray(3000, 'i') + QByteArray("\xFF\xD9", 2));
+        const QString url = QStringLiteral("ftp://corvane:%1@127.0.0.1:%2/").arg(pw.captured(1), ready.captured(1));
+        QCOMPARE(QProcess::execute("curl", {"-sS", "-T", file, url}), 0);
+        QVERIFY(QTest::qWaitFor([&] {
+            p.waitForReadyRead(100);
+            out += QString::fromUtf8(p.readAllStandardOutput());
+            return out.contains("Recibida IMG_0001.JPG.");
+        }, 10000));
+        QVERIFY(out.contains("Cámara conectada desde 127.0.0.1."));
+        QVERIFY(QFile::exists(dest.filePath("IMG_0001.JPG")));
+
+        ::kill(pid_t(p.processId()), SIGINT);
+        QVERIFY(p.waitForFinished(10000));
+        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p.exitCode(), 0);
+        out += QString::fromUtf8(p.readAllStandardOutput());
+        QVERIFY(out.endsWith("Recibidas en esta sesión: 1\n"));
+        // The port was not remembered: it was for this run only.
+        QVERIFY(!QSettings().contains("cam.ftpPort"));
+    }
+
+    void usageAndFailures()
+    {
+        QCOMPARE(corvane({"receive"}).status, 2);
+        QCOMPARE(corvane({"receive", "--to"}).status, 2);
+        QTemporaryDir dest;
+        QCOMPARE(corvane({"receive", "--to", dest.path(), "--port", "70000"}).status, 2);
+        // A port that is taken: one sentence, status 1.
+        QTcpServer holder;
+        QVERIFY(holder.listen(QHostAddress::Any, 0));
+        const CorvaneRun taken = corvane({"receive", "--to", dest.path(), "--port", QString::number(holder.serverPort())});
+        QCOMPARE(taken.status, 1);
+        QVERIFY(QString::fromUtf8(taken.err).contains(QStringLiteral("El puerto %1 está ocupado por otra app.").arg(holder.serverPort())));
+    }
+
+    void privilegedPortWithoutPermission()
+    {
+        // Port 21 as an ordinary user: as root (CI), the command runs as "nobody".
+        QTemporaryDir home;
+        QFile::setPermissions(home.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
+                                               | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther);
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", home.path());
+        p.setProcessEnvironment(env);
+        const QStringList args = {"receive", "--to", home.path(), "--port", "21"};
+        if (::geteuid() == 0) {
+            if (QStandardPaths::findExecutable("setpriv").isEmpty())
+                QSKIP("no setpriv to drop root");
+            p.start("setpriv", QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", qEnvironmentVariable("CORVANE_BIN")} + args);
+        } else {
+            p.start(qEnvironmentVariable("CORVANE_BIN"), args);
+        }
+        QVERIFY(p.waitForFinished(10000));
+        const QString err = QString::fromUtf8(p.readAllStandardError());
+        if (p.exitCode() == 126 || p.exitCode() == 127 || err.contains("Permission denied"))
+            QSKIP("the build folder is not open to other users");
+        if (p.exitCode() == 0 || err.contains("ocupado"))
+            QSKIP("this system lets anyone open port 21, or it is taken");
+        QCOMPARE(p.exitCode(), 1);
+        QCOMPARE(err.trimmed(), QStringLiteral("Linux solo deja usar el puerto 21 con un permiso especial: prueba con otro (p. ej. 2121) y ponlo también en la cámara."));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestReceiveCommand)
+#include "tst_receivecommand.moc"
