@@ -878,7 +878,7 @@ void MainWindow::openFolderDialog()
 void MainWindow::showSettings()
 {
     if (!_settings) {
-        _settings = new SettingsDialog(_state, this);
+        _settings = new SettingsDialog(_state, &cameraHub(), this);
         _settings->setAttribute(Qt::WA_DeleteOnClose);
         connect(_settings, &SettingsDialog::previewSettingsChanged, _single, &SingleView::refresh);
         connect(_settings, &SettingsDialog::cachesEmptied, this, &MainWindow::afterCachesEmptied);
@@ -901,13 +901,18 @@ void MainWindow::showImport()
     _import->activateWindow();
 }
 
-void MainWindow::showCamera()
+CameraHub &MainWindow::cameraHub()
 {
     // The hub lives as long as the window: closing "Cámara" does not stop a camera sending.
     if (!_cameraHub)
         _cameraHub = new CameraHub(&_state, this);
+    return *_cameraHub;
+}
+
+void MainWindow::showCamera()
+{
     if (!_camera)
-        _camera = new CameraWindow(*_cameraHub, _state, this);
+        _camera = new CameraWindow(cameraHub(), _state, this);
     _camera->show();
     _camera->raise();
     _camera->activateWindow();

@@ -70,6 +70,7 @@ public slots:
     void showSettings();
     void showImport();   // "Importar imágenes…" (Ctrl+I)
     void showCamera();   // "Cámara…": live reception; the hub keeps receiving when it closes
+    CameraHub &cameraHub();   // made on first use, lives as long as the window
 
 protected:
     void closeEvent(QCloseEvent *event) override;

@@ -1,13 +1,16 @@
 #include "settingsdialog.h"
 
+#include "camera/camerahub.h"
 #include "imaging/diskimagecache.h"
 #include "model/appstate.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFileDialog>
+#include <QGuiApplication>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -55,9 +58,10 @@ QLabel *heading(const QString &text, QWidget *parent)
 }
 } // namespace
 
-SettingsDialog::SettingsDialog(AppState &state, QWidget *parent)
+SettingsDialog::SettingsDialog(AppState &state, CameraHub *hub, QWidget *parent)
     : QDialog(parent)
     , _state(state)
+    , _hub(hub)
     , _pages(new QListWidget(this))
     , _stack(new QStackedWidget(this))
 {
@@ -78,12 +82,14 @@ SettingsDialog::SettingsDialog(AppState &state, QWidget *parent)
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     outer->addWidget(buttons);
 
-    const QList<QPair<QString, QWidget *>> pages = {
+    QList<QPair<QString, QWidget *>> pages = {
         {QStringLiteral("General"), generalPage()},
         {QStringLiteral("Marcas"), marksPage()},
         {QStringLiteral("Imagen"), imagePage()},
         {QStringLiteral("Nitidez"), sharpnessPage()},
     };
+    if (_hub)
+        pages.append({QStringLiteral("Cámara"), cameraPage()});
     for (const auto &[title, page] : pages) {
         _pages->addItem(title);
         _stack->addWidget(page);
@@ -351,4 +357,66 @@ QWidget *SettingsDialog::sharpnessPage()
     });
     layout->addStretch(1);
     return page;
+}
+
+QWidget *SettingsDialog::cameraPage()
+{
+    auto *page = new QWidget(this);
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(heading(QStringLiteral("Recepción por wifi (FTP)"), page));
+
+    auto *portRow = new QHBoxLayout;
+    portRow->addWidget(new QLabel(QStringLiteral("Puerto:"), page));
+    _cameraPort = new QSpinBox(page);
+    _cameraPort->setObjectName(QStringLiteral("cameraPort"));
+    _cameraPort->setRange(1, 65535);
+    _cameraPort->setKeyboardTracking(false);   // one restart of the server, not one per digit
+    portRow->addWidget(_cameraPort);
+    portRow->addStretch(1);
+    layout->addLayout(portRow);
+    layout->addWidget(explanation(
+        QStringLiteral("El mismo que pongas en el menú FTP de la cámara. En Linux, un puerto por debajo de 1024 "
+                       "necesita un permiso especial; si no se abre, usa 2121."),
+        page));
+    layout->addSpacing(14);
+
+    auto *pwRow = new QHBoxLayout;
+    pwRow->addWidget(new QLabel(QStringLiteral("Contraseña:"), page));
+    _cameraPassword = new QLabel(page);
+    _cameraPassword->setObjectName(QStringLiteral("cameraPassword"));
+    _cameraPassword->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QFont mono = _cameraPassword->font();
+    mono.setFamily(QStringLiteral("monospace"));
+    mono.setStyleHint(QFont::Monospace);
+    _cameraPassword->setFont(mono);
+    pwRow->addWidget(_cameraPassword);
+    auto *copy = new QPushButton(QStringLiteral("Copiar"), page);
+    copy->setObjectName(QStringLiteral("copyCameraPassword"));
+    pwRow->addWidget(copy);
+    _renewPassword = new QPushButton(QStringLiteral("Contraseña nueva"), page);
+    _renewPassword->setObjectName(QStringLiteral("renewCameraPassword"));
+    pwRow->addWidget(_renewPassword);
+    pwRow->addStretch(1);
+    layout->addLayout(pwRow);
+    layout->addWidget(explanation(
+        QStringLiteral("Usuario: corvane. Si alguien más ha visto la contraseña, pide una nueva y ponla otra vez "
+                       "en la cámara: la anterior deja de valer al momento."),
+        page));
+    layout->addStretch(1);
+
+    connect(_cameraPort, &QSpinBox::valueChanged, this, [this](int port) { _hub->setPort(port); });
+    connect(copy, &QPushButton::clicked, this, [this] { QGuiApplication::clipboard()->setText(_hub->password()); });
+    connect(_renewPassword, &QPushButton::clicked, _hub, &CameraHub::renewPassword);
+    connect(_hub, &CameraHub::changed, this, &SettingsDialog::refreshCamera);
+    refreshCamera();
+    return page;
+}
+
+void SettingsDialog::refreshCamera()
+{
+    const QSignalBlocker block(_cameraPort);
+    if (_hub->port() >= 1)
+        _cameraPort->setValue(_hub->port());
+    _cameraPassword->setText(_hub->password());
 }

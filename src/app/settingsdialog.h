@@ -1,10 +1,11 @@
 #pragma once
-// Ajustes (Ctrl+,): General, Marcas, Imagen and Nitidez. Every change applies at once; there is
+// Ajustes (Ctrl+,): General, Marcas, Imagen, Nitidez and, with a camera hub, Cámara. Every change applies at once; there is
 // no "Aceptar" to forget. The disk caches are measured and emptied off the GUI thread.
 // GUI thread only.
 #include <QDialog>
 
 class AppState;
+class CameraHub;
 class QCheckBox;
 class QComboBox;
 class QLabel;
@@ -19,9 +20,10 @@ class SettingsDialog : public QDialog
 {
     Q_OBJECT
 public:
-    explicit SettingsDialog(AppState &state, QWidget *parent = nullptr);
+    // `hub` may be null: the Cámara page (port and password of wifi reception) is left out.
+    explicit SettingsDialog(AppState &state, CameraHub *hub = nullptr, QWidget *parent = nullptr);
 
-    // Page titles in order: "General", "Marcas", "Imagen", "Nitidez".
+    // Page titles in order: "General", "Marcas", "Imagen", "Nitidez", "Cámara".
     QStringList pageTitles() const;
     void showPage(const QString &title);
 
@@ -34,6 +36,9 @@ public:
     QSpinBox *cacheDaysSpin() const { return _cacheDays; }
     QLabel *cacheSizesLabel() const { return _cacheSizes; }
     QPushButton *emptyCachesButton() const { return _emptyCaches; }
+    QSpinBox *cameraPortSpin() const { return _cameraPort; }
+    QLabel *cameraPasswordLabel() const { return _cameraPassword; }
+    QPushButton *renewPasswordButton() const { return _renewPassword; }
 
     // "1,2 GB": sizes as the Imagen page writes them.
     static QString formatBytes(qint64 bytes);
@@ -48,10 +53,13 @@ private:
     QWidget *marksPage();
     QWidget *imagePage();
     QWidget *sharpnessPage();
+    QWidget *cameraPage();
+    void refreshCamera();
     void measureCaches();
     void emptyCaches();
 
     AppState &_state;
+    CameraHub *_hub;
     QListWidget *_pages;
     QStackedWidget *_stack;
     QCheckBox *_autoAdvance = nullptr;
@@ -66,4 +74,7 @@ private:
     QSpinBox *_cacheDays = nullptr;
     QLabel *_cacheSizes = nullptr;
     QPushButton *_emptyCaches = nullptr;
+    QSpinBox *_cameraPort = nullptr;
+    QLabel *_cameraPassword = nullptr;
+    QPushButton *_renewPassword = nullptr;
 };

@@ -87,6 +87,19 @@ void CameraHub::setDestination(const QString &folder)
     }
 }
 
+void CameraHub::renewPassword()
+{
+    _password = FTPPassword::generate();
+    QSettings().setValue(QStringLiteral("cam.ftpPassword"), _password);
+    _passwordRenewed = false;   // that notice was about a password the user had not chosen to change
+    if (_wifiOn) {
+        stopReceiver();
+        startReceiver();
+    } else {
+        emit changed();
+    }
+}
+
 void CameraHub::startReceiver()
 {
     const quint64 generation = ++_generation;
@@ -109,7 +122,9 @@ void CameraHub::stopReceiver()
 
 void CameraHub::handle(quint64 generation, const FTPEvent &event)
 {
-    if (generation != _generation)
+    // A receiver that was replaced (new port, folder or password) has nothing more to say, but
+    // a file it stored before it went is in the folder all the same.
+    if (generation != _generation && event.kind != FTPEvent::Kind::file)
         return;
     switch (event.kind) {
     case FTPEvent::Kind::ready:

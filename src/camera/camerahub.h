@@ -45,6 +45,9 @@ public:
     void setPort(int port, bool remember = true);
     // Where received files go; a running receiver moves to the new folder.
     void setDestination(const QString &folder);
+    // A new password, stored under "cam.ftpPassword" (for one that was seen by someone else); a
+    // running receiver takes it at once, so the camera must be given it too.
+    void renewPassword();
 
     // For the tests: short time-outs, a loopback-only listener.
     void setLimits(const FTPLimits &limits) { _limits = limits; }
@@ -81,5 +84,5 @@ private:
 
     FTPLimits _limits;
     QHostAddress _address = QHostAddress::Any;
-    quint64 _generation = 0;   // events of a receiver that was replaced are dropped
+    quint64 _generation = 0;   // status events of a receiver that was replaced are dropped
 };

@@ -596,10 +596,11 @@ void FTPSession::beginTransfer()
         process();
         return;
     }
-    upload.emplace();
-    upload->file = t.file;
-    upload->temp = temp;
-    upload->lastData.start();
+    Upload u;
+    u.file = t.file;
+    u.temp = temp;
+    u.lastData.start();
+    upload = std::move(u);
     reply(150, QStringLiteral("Lista"));
     dataWatch->start(server->limits().dataIdle);
     data->startReading();

@@ -15,6 +15,7 @@
 #include "app/singleview.h"
 #include "app/thumbnailsource.h"
 #include "app/toast.h"
+#include "camera/camerahub.h"
 
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
@@ -33,6 +34,7 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QSpinBox>
 #include <QScrollBar>
 #include <QSettings>
 #include <QSlider>
@@ -687,7 +689,21 @@ void TestMainWindow::settingsApplyAtOnce()
     QVERIFY(dialog);
     QTRY_VERIFY(dialog->isVisible());
     QCOMPARE(dialog->pageTitles(), (QStringList{QStringLiteral("General"), QStringLiteral("Marcas"), QStringLiteral("Imagen"),
-                                               QStringLiteral("Nitidez")}));
+                                               QStringLiteral("Nitidez"), QStringLiteral("Cámara")}));
+
+    // Cámara: the port and password wifi reception uses, shared with the Cámara window.
+    dialog->showPage(QStringLiteral("Cámara"));
+    QCOMPARE(dialog->cameraPortSpin()->value(), 21);
+    const QString password = QSettings().value(QStringLiteral("cam.ftpPassword")).toString();
+    QCOMPARE(password.size(), 10);
+    QCOMPARE(dialog->cameraPasswordLabel()->text(), password);
+    dialog->cameraPortSpin()->setValue(2121);
+    QCOMPARE(QSettings().value(QStringLiteral("cam.ftpPort")).toInt(), 2121);
+    QTest::mouseClick(dialog->renewPasswordButton(), Qt::LeftButton);
+    const QString renewed = QSettings().value(QStringLiteral("cam.ftpPassword")).toString();
+    QVERIFY(renewed != password);
+    QCOMPARE(dialog->cameraPasswordLabel()->text(), renewed);
+    QCOMPARE(s.window.cameraHub().port(), 2121);
 
     QVERIFY(!dialog->autoAdvanceBox()->isChecked());
     dialog->autoAdvanceBox()->setChecked(true);

@@ -131,7 +131,7 @@ private slots:
 
         // A looser sensitivity, chosen in the settings window, lets the doubtful shot through.
         combo->setCurrentIndex(2);
-        SettingsDialog settings(s.state, &s.window);
+        SettingsDialog settings(s.state, nullptr, &s.window);
         settings.sensitivityCombo()->setCurrentIndex(settings.sensitivityCombo()->findData("loose"));
         QCOMPARE(s.state.sensitivity(), SharpSensitivity::loose);
         QCOMPARE(s.visibleNames(), (QStringList{"a_nitida", "b_dudosa"}));

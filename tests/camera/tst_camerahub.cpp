@@ -170,6 +170,35 @@ private slots:
         QVERIFY(QFile::exists(other.filePath("A.JPG")));
     }
 
+    void aNewPasswordTakesOverAtOnce()
+    {
+        QTemporaryDir dest, src;
+        CameraHub hub;
+        prepare(hub);
+        hub.setDestination(dest.path());
+        hub.setWifiOn(true);
+        QVERIFY(waitForStatus(hub, "Esperando"));
+        const QString old = hub.password();
+        const QString file = TestEnv::touch(src.filePath("A.JPG"), jpegBytes('a'));
+        QCOMPARE(curlUpload(hub, file, old), 0);
+        // No event loop has run since: the file's news reaches the hub after the restart below,
+        // and counts all the same.
+
+        QSignalSpy changed(&hub, &CameraHub::changed);
+        hub.renewPassword();
+        QVERIFY(changed.count() > 0);
+        QVERIFY(hub.password() != old);
+        QCOMPARE(hub.password().size(), 10);
+        QCOMPARE(QSettings().value("cam.ftpPassword").toString(), hub.password());
+        QVERIFY(hub.wifiOn());
+        QVERIFY(waitForStatus(hub, "Esperando"));
+        // The old one is refused by the restarted server, the new one is taken.
+        const QString second = TestEnv::touch(src.filePath("B.JPG"), jpegBytes('b'));
+        QVERIFY(curlUpload(hub, second, old) != 0);
+        QCOMPARE(curlUpload(hub, second, hub.password()), 0);
+        QTRY_COMPARE(hub.received(), 2);
+    }
+
     void warningsAndFailuresBecomeTheStatus()
     {
         QTemporaryDir dest, src;
