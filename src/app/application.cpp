@@ -9,6 +9,7 @@
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
 #include "model/appstate.h"
+#include "util/quitsignals.h"
 
 #include <QAction>
 #include <QApplication>
@@ -16,40 +17,9 @@
 #include <QFileInfo>
 #include <QScreen>
 #include <QSettings>
-#include <QSocketNotifier>
 #include <QTimer>
 
-#include <csignal>
-#include <fcntl.h>
-#include <unistd.h>
-
 namespace {
-
-int g_quitPipe[2] = {-1, -1};
-
-// A terminal's Ctrl+C or the session's SIGTERM ends the program through the event loop, so
-// aboutToQuit still writes the pending marks. Only write() is safe inside the handler.
-void installQuitSignals(QApplication &app)
-{
-    if (::pipe2(g_quitPipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return;
-    auto *notifier = new QSocketNotifier(g_quitPipe[0], QSocketNotifier::Read, &app);
-    QObject::connect(notifier, &QSocketNotifier::activated, &app, [] {
-        char c;
-        while (::read(g_quitPipe[0], &c, 1) > 0) {
-        }
-        QCoreApplication::quit();
-    });
-    struct sigaction sa = {};
-    sa.sa_handler = [](int) {
-        const char c = 'q';
-        [[maybe_unused]] const ssize_t n = ::write(g_quitPipe[1], &c, 1);
-    };
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = SA_RESTART;
-    for (int sig : {SIGTERM, SIGINT, SIGHUP})
-        ::sigaction(sig, &sa, nullptr);
-}
 
 // Where to start when no location was given: the folder chosen in Ajustes, else the last one.
 QString startFolder()
@@ -95,7 +65,8 @@ int runApplication(int argc, char **argv)
     QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
     QGuiApplication::setDesktopFileName(QStringLiteral("corvane"));
     DarkTheme::apply(app);
-    installQuitSignals(app);
+    // Through the event loop, so aboutToQuit still writes the pending marks.
+    QuitSignals::install();
 
     bool newInstance = false;
     QStringList paths;

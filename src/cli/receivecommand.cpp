@@ -5,20 +5,16 @@
 #include "camera/camerahub.h"
 #include "camera/ftppassword.h"
 #include "camera/localaddresses.h"
+#include "util/quitsignals.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QSocketNotifier>
 
 #include <csignal>
 #include <cstdio>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
-
-int g_quitPipe[2] = {-1, -1};
 
 void out(const QString &line)
 {
@@ -27,30 +23,6 @@ void out(const QString &line)
 }
 
 void err(const QString &line) { std::fprintf(stderr, "%s\n", line.toUtf8().constData()); }
-
-// Ctrl+C and SIGTERM end the run through the event loop, so the receiver closes its sessions
-// and removes unfinished temporary files. Only write() is safe inside the handler.
-void quitOnSignals()
-{
-    if (::pipe2(g_quitPipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return;
-    auto *notifier = new QSocketNotifier(g_quitPipe[0], QSocketNotifier::Read, QCoreApplication::instance());
-    QObject::connect(notifier, &QSocketNotifier::activated, [] {
-        char c;
-        while (::read(g_quitPipe[0], &c, 1) > 0) {
-        }
-        QCoreApplication::quit();
-    });
-    struct sigaction sa = {};
-    sa.sa_handler = [](int) {
-        const char c = 'q';
-        [[maybe_unused]] const ssize_t n = ::write(g_quitPipe[1], &c, 1);
-    };
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = SA_RESTART;
-    for (int sig : {SIGTERM, SIGINT, SIGHUP})
-        ::sigaction(sig, &sa, nullptr);
-}
 
 } // namespace
 
@@ -104,7 +76,8 @@ int receiveCommand(const QStringList &args)
         }
         out(text);
     });
-    quitOnSignals();
+    // Through the event loop, so the receiver closes its sessions and removes unfinished files.
+    QuitSignals::install();
     hub.setWifiOn(true);
     if (status == 0 && hub.wifiOn())
         QCoreApplication::exec();

@@ -1,42 +1,20 @@
 // The camera hub on the wifi path: it starts the receiver, words its events for the window, and
 // hands each arriving file to the browser, which groups it into the open folder marked new.
+#include "camerabrowser.h"
 #include "ftptestserver.h"
 #include "testenv.h"
 
 #include "camera/camerahub.h"
-#include "marks/marksbook.h"
-#include "marks/marksstore.h"
-#include "model/appstate.h"
 
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QtTest>
 
-namespace {
-QByteArray jpegBytes(char tag)
-{
-    return QByteArray("\xFF\xD8\xFF\xFE\x00\x04xx\xFF\xDA\x00\x02", 12) + QByteArray(5000, tag) + QByteArray("\xFF\xD9", 2);
-}
+using CameraTest::Browser;
+using CameraTest::jpegBytes;
 
-struct Browser {
-    MarksStore store;
-    MarksBook book{&store};
-    AppState state{book};
-    bool open(const QString &folder)
-    {
-        QSignalSpy loaded(&state, &AppState::loaded);
-        state.openFolder(folder);
-        return loaded.wait(5000);
-    }
-    Photo *shot(const QString &name) const
-    {
-        for (const PhotoPtr &p : state.photos())
-            if (p->name() == name)
-                return p.get();
-        return nullptr;
-    }
-};
+namespace {
 
 // A hub on a loopback port the system chooses, with short time-outs.
 void prepare(CameraHub &hub)
@@ -49,6 +27,15 @@ void prepare(CameraHub &hub)
 bool waitForStatus(CameraHub &hub, const QString &prefix)
 {
     return QTest::qWaitFor([&] { return hub.wifiStatus().startsWith(prefix); }, 10000);
+}
+
+// prepare(), then wifi on into `dest`; true once the receiver is waiting for cameras.
+bool receiveInto(CameraHub &hub, const QString &dest)
+{
+    prepare(hub);
+    hub.setDestination(dest);
+    hub.setWifiOn(true);
+    return waitForStatus(hub, "Esperando");
 }
 
 int curlUpload(const CameraHub &hub, const QString &file, const QString &password)
@@ -174,10 +161,7 @@ private slots:
     {
         QTemporaryDir dest, src;
         CameraHub hub;
-        prepare(hub);
-        hub.setDestination(dest.path());
-        hub.setWifiOn(true);
-        QVERIFY(waitForStatus(hub, "Esperando"));
+        QVERIFY(receiveInto(hub, dest.path()));
         const QString old = hub.password();
         const QString file = TestEnv::touch(src.filePath("A.JPG"), jpegBytes('a'));
         QCOMPARE(curlUpload(hub, file, old), 0);
@@ -203,10 +187,7 @@ private slots:
     {
         QTemporaryDir dest, src;
         CameraHub hub;
-        prepare(hub);
-        hub.setDestination(dest.path());
-        hub.setWifiOn(true);
-        QVERIFY(waitForStatus(hub, "Esperando"));
+        QVERIFY(receiveInto(hub, dest.path()));
         const QString file = TestEnv::touch(src.filePath("A.JPG"), jpegBytes('a'));
         for (int i = 0; i < 3; ++i)
             QVERIFY(curlUpload(hub, file, "wrong") != 0);

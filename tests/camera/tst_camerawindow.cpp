@@ -1,14 +1,12 @@
 // The "Cámara" window as a photographer uses it: open it from the main window, switch wifi on,
 // let a camera (curl) send a shot, and watch the window and the grid's folder take it in.
+#include "camerabrowser.h"
 #include "testenv.h"
 
 #include "app/camerawindow.h"
 #include "app/mainwindow.h"
 #include "camera/camerahub.h"
 #include "camera/ftplimits.h"
-#include "marks/marksbook.h"
-#include "marks/marksstore.h"
-#include "model/appstate.h"
 
 #include <QAction>
 #include <QApplication>
@@ -22,24 +20,8 @@
 #include <QSpinBox>
 #include <QtTest>
 
-namespace {
-struct Browser {
-    MarksStore store;
-    MarksBook book{&store};
-    AppState state{book};
-    bool open(const QString &folder)
-    {
-        QSignalSpy loaded(&state, &AppState::loaded);
-        state.openFolder(folder);
-        return loaded.wait(5000);
-    }
-};
-
-QByteArray jpegBytes(char tag)
-{
-    return QByteArray("\xFF\xD8\xFF\xFE\x00\x04xx\xFF\xDA\x00\x02", 12) + QByteArray(4000, tag) + QByteArray("\xFF\xD9", 2);
-}
-} // namespace
+using CameraTest::Browser;
+using CameraTest::jpegBytes;
 
 class TestCameraWindow : public QObject
 {
