@@ -57,7 +57,10 @@ CameraWindow::CameraWindow(CameraHub &hub, AppState &state, QWidget *parent)
     _port->setObjectName(QStringLiteral("port"));
     _port->setRange(1, 65535);
     _port->setKeyboardTracking(false);
-    form->addRow(QStringLiteral("Puerto:"), _port);
+    auto *portRow = new QHBoxLayout;
+    portRow->addWidget(_port);
+    portRow->addStretch();   // a port is five digits, not the window's width
+    form->addRow(QStringLiteral("Puerto:"), portRow);
     _portHint = new QLabel(QStringLiteral("En Linux, un puerto por debajo de 1024 necesita un permiso especial; "
                                           "si no se abre, usa 2121."),
                            camera);
