@@ -65,12 +65,7 @@ void CameraHub::setPort(int port, bool remember)
     _port = port;
     if (remember)
         QSettings().setValue(QStringLiteral("cam.ftpPort"), port);
-    if (_wifiOn) {
-        stopReceiver();
-        startReceiver();
-    } else {
-        emit changed();
-    }
+    restartIfOn();
 }
 
 void CameraHub::setDestination(const QString &folder)
@@ -79,12 +74,7 @@ void CameraHub::setDestination(const QString &folder)
     if (clean == _destination)
         return;
     _destination = clean;
-    if (_wifiOn) {
-        stopReceiver();
-        startReceiver();
-    } else {
-        emit changed();
-    }
+    restartIfOn();
 }
 
 void CameraHub::renewPassword()
@@ -92,6 +82,12 @@ void CameraHub::renewPassword()
     _password = FTPPassword::generate();
     QSettings().setValue(QStringLiteral("cam.ftpPassword"), _password);
     _passwordRenewed = false;   // that notice was about a password the user had not chosen to change
+    restartIfOn();
+}
+
+// A running receiver is replaced by one with the new settings; otherwise they wait for wifi on.
+void CameraHub::restartIfOn()
+{
     if (_wifiOn) {
         stopReceiver();
         startReceiver();

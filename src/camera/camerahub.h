@@ -61,6 +61,7 @@ signals:
     void fileReceived(const QString &path);
 
 private:
+    void restartIfOn();
     void startReceiver();
     void stopReceiver();
     void handle(quint64 generation, const FTPEvent &event);

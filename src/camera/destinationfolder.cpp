@@ -1,5 +1,7 @@
 #include "destinationfolder.h"
 
+#include "util/fileio.h"
+
 #include <QFile>
 #include <QHash>
 #include <QUuid>
@@ -69,20 +71,6 @@ bool sameContents(int dirFd, const QString &name, int otherFd)
     }
     ::close(fd);
     return same;
-}
-
-// Takes `to` in toDir for the file `from` in fromDir, failing with EEXIST rather than replace.
-int moveNoReplace(int fromDir, const QByteArray &from, int toDir, const QByteArray &to)
-{
-    if (::renameat2(fromDir, from.constData(), toDir, to.constData(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
-        return errno;
-    // A file system without RENAME_NOREPLACE: a hard link is just as exclusive.
-    if (::linkat(fromDir, from.constData(), toDir, to.constData(), 0) != 0)
-        return errno;
-    ::unlinkat(fromDir, from.constData(), 0);
-    return 0;
 }
 
 QString numbered(const QString &name, int n)
@@ -192,7 +180,7 @@ DestinationFolder::Placed DestinationFolder::place(Temp &temp, const FTPPath::Pa
             }
             continue;
         }
-        const int e = moveNoReplace(_fd, temp.name, dir, native(candidate));
+        const int e = FileIo::renameNoReplaceAt(_fd, temp.name, dir, native(candidate));
         if (e == 0) {
             out.path = prefix + candidate;
             temp.name.clear();   // it is the stored file now
@@ -249,7 +237,7 @@ int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &
     else if (listNames(b).contains(to.last().toLower()))
         e = EEXIST;
     else
-        e = moveNoReplace(a, src, b, native(to.last()));
+        e = FileIo::renameNoReplaceAt(a, src, b, native(to.last()));
     ::close(a);
     ::close(b);
     return e;

@@ -2,7 +2,7 @@
 // The destination folder of the FTP receiver as the file system sees it. Every path is walked
 // from a descriptor of the destination one level at a time, refusing symbolic links, so a link
 // planted inside the destination never leads out of it. Nothing is ever replaced: a final name is
-// taken with renameat2(RENAME_NOREPLACE) (or a hard link where that is missing). Names are
+// taken with FileIo::renameNoReplaceAt(). Names are
 // compared without regard to case, as the grid groups them. Errors are errno values.
 // Used on the receiver's thread only.
 #include "ftppath.h"

@@ -1,6 +1,7 @@
 #include "ftpreceiver.h"
 
 #include "ftpsession.h"
+#include "ftpsocket.h"
 
 #include <QElapsedTimer>
 #include <QNetworkInterface>
@@ -8,29 +9,16 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
-#include <QTimer>
 
 #include <cerrno>
 
 namespace {
 
-QHostAddress plainAddress(const QHostAddress &a)
-{
-    bool ok = false;
-    const quint32 v4 = a.toIPv4Address(&ok);
-    return ok ? QHostAddress(v4) : a;
-}
-
 // A connection turned away before it became a session: the reply is flushed, then it closes.
 void turnAway(QTcpSocket *socket, const QByteArray &reply)
 {
     socket->write(reply);
-    QObject::connect(socket, &QAbstractSocket::disconnected, socket, &QObject::deleteLater);
-    socket->disconnectFromHost();
-    if (socket->state() == QAbstractSocket::UnconnectedState)
-        socket->deleteLater();
-    else
-        QTimer::singleShot(5000, socket, [socket] { socket->abort(); });
+    FTPSocket::closeAfterReply(socket);
 }
 
 } // namespace
@@ -112,7 +100,7 @@ void FTPReceiver::listen()
 void FTPReceiver::accept(QTcpSocket *socket)
 {
     socket->setParent(_anchor);
-    const QHostAddress peer = plainAddress(socket->peerAddress());
+    const QHostAddress peer = FTPSocket::plainAddress(socket->peerAddress());
     if (!isLocalPeer(peer)) {
         turnAway(socket, "421 Solo se aceptan cámaras de la red local\r\n");
         return;
@@ -141,7 +129,7 @@ bool FTPReceiver::isLocalPeer(const QHostAddress &peer)
         _networksAge.start();
     }
     for (const QNetworkAddressEntry &e : std::as_const(_networks))
-        if (e.prefixLength() > 0 && peer.isInSubnet(plainAddress(e.ip()), e.prefixLength()))
+        if (e.prefixLength() > 0 && peer.isInSubnet(FTPSocket::plainAddress(e.ip()), e.prefixLength()))
             return true;
     return false;
 }

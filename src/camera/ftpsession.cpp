@@ -2,7 +2,10 @@
 
 #include "ftpdatachannel.h"
 #include "ftpreceiver.h"
+#include "ftpsocket.h"
 #include "imagecompleteness.h"
+
+#include "util/fileio.h"
 
 #include <QHash>
 #include <QTcpServer>
@@ -38,15 +41,7 @@ protected:
     }
 };
 
-QHostAddress plainAddress(QHostAddress a)
-{
-    bool ok = false;
-    const quint32 v4 = a.toIPv4Address(&ok);
-    if (ok)
-        return QHostAddress(v4);
-    a.setScopeId({});
-    return a;
-}
+using FTPSocket::plainAddress;
 
 bool sameHost(const QHostAddress &a, const QHostAddress &b) { return plainAddress(a) == plainAddress(b); }
 
@@ -62,23 +57,6 @@ QString writeErrorText(int e)
     default:
         return QStringLiteral("No se pudo guardar");
     }
-}
-
-bool writeAll(int fd, const char *p, qint64 n)
-{
-    while (n > 0) {
-        const ssize_t w = ::write(fd, p, size_t(n));
-        if (w < 0 && errno == EINTR)
-            continue;
-        if (w <= 0) {
-            if (w == 0)
-                errno = EIO;
-            return false;
-        }
-        p += w;
-        n -= w;
-    }
-    return true;
 }
 
 bool isTmpName(const FTPPath::Parts &file)
@@ -163,12 +141,7 @@ void FTPSession::close()
     QTcpSocket *socket = ctrl;
     socket->disconnect(this);
     socket->setParent(server->anchor());
-    connect(socket, &QAbstractSocket::disconnected, socket, &QObject::deleteLater);
-    socket->disconnectFromHost();
-    if (socket->state() == QAbstractSocket::UnconnectedState)
-        socket->deleteLater();
-    else
-        QTimer::singleShot(5000, socket, [socket] { socket->abort(); });
+    FTPSocket::closeAfterReply(socket);
     server->sessionClosed(this);
 }
 
@@ -632,7 +605,7 @@ void FTPSession::onDataReadable()
             failUpload(552, QStringLiteral("Archivo demasiado grande"));
             return;
         }
-        if (!writeAll(upload->temp.fd, chunk.data(), n)) {
+        if (!FileIo::writeFully(upload->temp.fd, chunk.data(), n)) {
             failUpload(452, writeErrorText(errno));
             return;
         }

@@ -2,7 +2,7 @@
 
 #include "cardejector.h"
 #include "cardscanner.h"
-#include "fileio.h"
+#include "util/fileio.h"
 #include "importedrecord.h"
 #include "ingestcancel.h"
 #include "ingestprogressbox.h"

@@ -1,6 +1,6 @@
 #include "sha256.h"
 
-#include "fileio.h"
+#include "util/fileio.h"
 
 #include <QFile>
 

@@ -1,7 +1,7 @@
 // Copying cards to one or two destinations through the engine itself: verification that reads the
 // disk, damaged copies, refusing destinations, files already there, stale parts, the record,
 // cancelling and ejecting.
-#include "ingest/fileio.h"
+#include "util/fileio.h"
 #include "ingest/importedrecord.h"
 #include "ingest/ingestjob.h"
 #include "ingest/ingestrunner.h"

@@ -1,6 +1,7 @@
 #pragma once
-// Low-level file helpers of the copy and the verification. All are plain system calls: safe on
-// any thread.
+// Low-level file helpers of card ingest and of the camera receiver. All are plain system calls:
+// safe on any thread.
+#include <QByteArray>
 #include <QString>
 #include <QtGlobal>
 
@@ -21,6 +22,8 @@ bool writeFully(int fd, const char *data, qint64 size);
 // link + unlink, then to a check before rename() where the file system offers neither (FAT over
 // some drivers). Returns 0 or an errno (EEXIST when the target is taken).
 int renameNoReplace(const QString &from, const QString &to);
+// The same with each name relative to a folder's descriptor (AT_FDCWD for the current folder).
+int renameNoReplaceAt(int fromDir, const QByteArray &from, int toDir, const QByteArray &to);
 
 // mkdir -p; returns 0 or the errno of the step that failed (ENOTDIR when a file is in the way).
 int makePath(const QString &folder);

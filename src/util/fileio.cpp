@@ -80,15 +80,19 @@ bool writeFully(int fd, const char *data, qint64 size)
 
 int renameNoReplace(const QString &from, const QString &to)
 {
-    const QByteArray src = QFile::encodeName(from);
-    const QByteArray dst = QFile::encodeName(to);
-    if (::renameat2(AT_FDCWD, src.constData(), AT_FDCWD, dst.constData(), RENAME_NOREPLACE) == 0)
+    return renameNoReplaceAt(AT_FDCWD, QFile::encodeName(from), AT_FDCWD, QFile::encodeName(to));
+}
+
+int renameNoReplaceAt(int fromDir, const QByteArray &from, int toDir, const QByteArray &to)
+{
+    const char *src = from.constData(), *dst = to.constData();
+    if (::renameat2(fromDir, src, toDir, dst, RENAME_NOREPLACE) == 0)
         return 0;
     if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)
         return errno;
     // No RENAME_NOREPLACE here: a hard link is just as exclusive.
-    if (::link(src.constData(), dst.constData()) == 0) {
-        ::unlink(src.constData());
+    if (::linkat(fromDir, src, toDir, dst, 0) == 0) {
+        ::unlinkat(fromDir, src, 0);
         return 0;
     }
     if (errno == EEXIST)
@@ -98,9 +102,9 @@ int renameNoReplace(const QString &from, const QString &to)
     // Neither (FAT through some drivers): check, then rename. Only another program racing us for
     // this very name could slip in between.
     struct stat st;
-    if (::lstat(dst.constData(), &st) == 0)
+    if (::fstatat(toDir, dst, &st, AT_SYMLINK_NOFOLLOW) == 0)
         return EEXIST;
-    if (::rename(src.constData(), dst.constData()) != 0)
+    if (::renameat(fromDir, src, toDir, dst) != 0)
         return errno;
     return 0;
 }
