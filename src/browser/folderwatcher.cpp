@@ -1,8 +1,8 @@
 #include "folderwatcher.h"
 
-#include "filekinds.h"
-#include "folderscanner.h"
-#include "naturalcompare.h"
+#include "model/filekinds.h"
+#include "model/folderscanner.h"
+#include "model/naturalcompare.h"
 
 #include <QDirIterator>
 #include <QFileInfo>
@@ -11,11 +11,6 @@
 #include <algorithm>
 
 namespace {
-
-constexpr int kDebounceMs = 250;
-// A steady stream of events (a camera sending a burst) would keep restarting the debounce; past
-// this age the pending report goes out anyway, so new shots show within the second.
-constexpr qint64 kMaxDelayMs = 600;
 
 // Files the watcher reports: visible media files and sidecars. Our own temporary files are hidden.
 bool isWatchedName(const QString &name)
@@ -26,10 +21,16 @@ bool isWatchedName(const QString &name)
 } // namespace
 
 FolderWatcher::FolderWatcher(QObject *parent)
+    : FolderWatcher(parent, Timing{})
+{
+}
+
+FolderWatcher::FolderWatcher(QObject *parent, Timing timing)
     : QObject(parent)
+    , _timing(timing)
 {
     _debounce.setSingleShot(true);
-    _debounce.setInterval(kDebounceMs);
+    _debounce.setInterval(timing.debounceMs);
     connect(&_debounce, &QTimer::timeout, this, &FolderWatcher::rescan);
 }
 
@@ -73,7 +74,7 @@ void FolderWatcher::onDirectoryChanged()
         return;
     if (!_debounce.isActive())
         _burst.start();
-    else if (_burst.elapsed() >= kMaxDelayMs)
+    else if (_burst.elapsed() >= _timing.maxDelayMs)
         return;   // let the running timer fire
     _debounce.start();
 }
