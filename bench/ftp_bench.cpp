@@ -7,9 +7,8 @@
 // figure is printed.
 #include "camera/camerahub.h"
 #include "camera/ftpreceiver.h"
-#include "marks/marksbook.h"
-#include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
@@ -279,16 +278,15 @@ Latency measureLatency(const QString &base, const QByteArray &shot, int shots)
     const QString folder = base + QStringLiteral("/latency");
     QDir(folder).removeRecursively();
     QDir().mkpath(folder);
-    MarksStore store;
-    MarksBook book(&store);
-    AppState state(book);
+    BrowserSession session;
+    AppState &state = session.state();
     {
         QEventLoop loop;
         QObject::connect(&state, &AppState::loaded, &loop, &QEventLoop::quit);
         state.openFolder(folder);
         loop.exec();
     }
-    CameraHub hub(&state);
+    CameraHub &hub = session.cameraHub();
     hub.setListenAddress(QHostAddress::LocalHost);
     hub.setPort(0, false);
     hub.setWifiOn(true);

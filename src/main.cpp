@@ -1,3 +1,5 @@
+// The one executable: with a subcommand it works headless (cli/), without one it opens the window
+// (app/). The only place that sees both front ends.
 #include "app/application.h"
 #include "cli/cli.h"
 

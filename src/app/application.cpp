@@ -6,17 +6,17 @@
 
 #include "imaging/diskimagecache.h"
 #include "imaging/imagepipeline.h"
-#include "marks/marksbook.h"
 #include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 #include "util/quitsignals.h"
+#include "util/settings.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QScreen>
-#include <QSettings>
 #include <QTimer>
 
 namespace {
@@ -24,12 +24,9 @@ namespace {
 // Where to start when no location was given: the folder chosen in Ajustes, else the last one.
 QString startFolder()
 {
-    QSettings settings;
-    for (const char *key : {"general.startFolder", "general.lastFolder"}) {
-        const QString folder = settings.value(QLatin1String(key)).toString();
+    for (const QString &folder : {Settings::startFolder.get(), Settings::lastFolder.get()})
         if (!folder.isEmpty() && QFileInfo(folder).isDir())
             return folder;
-    }
     return {};
 }
 
@@ -85,10 +82,10 @@ int runApplication(int argc, char **argv)
         instance.listen();
     }
 
-    MarksStore store;
-    MarksBook book(&store);
-    AppState state(book);
-    MainWindow window(state, store);
+    BrowserSession session;
+    AppState &state = session.state();
+    MarksStore &store = session.store();
+    MainWindow window(session);
     window.usePipeline(ImagePipeline::shared());
     // Old thumbnails and previews go in the background; nobody waits for it.
     DiskImageCache::pruneAtLaunch();

@@ -3,7 +3,7 @@
 #include "camera/camerahub.h"
 #include "camera/ftppassword.h"
 #include "camera/localaddresses.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QCheckBox>
 #include <QClipboard>

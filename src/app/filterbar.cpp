@@ -2,7 +2,7 @@
 
 #include "colorchip.h"
 
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QComboBox>
 #include <QFrame>

@@ -6,7 +6,7 @@
 #include "markglyphs.h"
 #include "thumbnailsource.h"
 
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QAbstractItemView>
 #include <QPainter>

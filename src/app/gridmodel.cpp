@@ -3,7 +3,7 @@
 #include "markglyphs.h"
 #include "thumbnailsource.h"
 
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QFileInfo>
 

@@ -5,7 +5,7 @@
 #include "thumbnailsource.h"
 
 #include "marks/marks.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QHelpEvent>
 #include <QKeyEvent>

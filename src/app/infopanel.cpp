@@ -1,6 +1,6 @@
 #include "infopanel.h"
 
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QLabel>
 #include <QLocale>

@@ -12,15 +12,18 @@
 #include "settingsdialog.h"
 #include "shortcutsdialog.h"
 #include "sidebar.h"
+#include "statusbar.h"
 #include "singleview.h"
 #include "toast.h"
+#include "windowactions.h"
 
 #include "analysis/sharpnessanalyzer.h"
 #include "camera/camerahub.h"
-#include "imaging/diskkind.h"
 #include "imaging/imagepipeline.h"
 #include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "util/settings.h"
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 
 #include <QAbstractSpinBox>
 #include <QAction>
@@ -40,7 +43,6 @@
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
-#include <QSettings>
 #include <QSlider>
 #include <QSplitter>
 #include <QStackedWidget>
@@ -50,15 +52,8 @@
 #include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
-#include <QtConcurrent>
 
 namespace {
-const char *kGeometry = "ui.geometry";
-const char *kSplitter = "ui.splitter";
-const char *kInfoPanel = "ui.infoPanel";
-const char *kFilterBar = "ui.filterBar";
-const char *kThumbSize = "ui.thumbSize";
-const char *kRecentFolders = "general.recentFolders";
 constexpr int kThumbStep = 32;
 
 QIcon dotIcon(const QColor &color)
@@ -97,11 +92,14 @@ bool isTextInput(const QWidget *w)
 }
 } // namespace
 
-MainWindow::MainWindow(AppState &state, MarksStore &store, QWidget *parent)
+MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     : QMainWindow(parent)
-    , _state(state)
-    , _store(store)
+    , _session(session)
+    , _state(session.state())
+    , _store(session.store())
 {
+    AppState &state = _state;
+    MarksStore &store = _store;
     setObjectName(QStringLiteral("mainWindow"));
     setAcceptDrops(true);
     buildActions();
@@ -111,30 +109,19 @@ MainWindow::MainWindow(AppState &state, MarksStore &store, QWidget *parent)
     buildStatusBar();
     restoreLayout();
 
-    // Every shot of the open folder is scored in the background; a new folder drops the old work.
-    _analyzer = new SharpnessAnalyzer(this);
-    connect(_analyzer, &SharpnessAnalyzer::measured, &_state, &AppState::applySharpness);
-    connect(_analyzer, &SharpnessAnalyzer::progressChanged, this, &MainWindow::updateSharpnessProgress);
 
     connect(&state, &AppState::folderChanged, this, [this] {
-        _analyzer->cancel();
         _state.setViewMode(ViewMode::grid);   // a folder opens on its grid
         updateCentre();
-        updateStatus();
         updateTitle();
     });
     connect(&state, &AppState::loaded, this, [this] {
-        measureSharpness(true);
         updateCentre();
-        updateStatus();
         updateTitle();
     });
     connect(&state, &AppState::photosChanged, this, [this] {
-        measureSharpness(false);   // shots that arrived (camera, watcher) are scored too
         updateCentre();
-        updateStatus();
     });
-    connect(&state, &AppState::selectionChanged, this, &MainWindow::updateStatus);
     connect(&state, &AppState::filterChanged, this, [this] {
         // Follow a filter cleared elsewhere, but never fight the user's typing.
         if (!_searchDelay->isActive() && _search->text() != _state.filter().text)
@@ -147,14 +134,11 @@ MainWindow::MainWindow(AppState &state, MarksStore &store, QWidget *parent)
         focusView();
     });
     connect(&state, &AppState::sortChanged, this, &MainWindow::updateSortChecks);
-    connect(&state, &AppState::progressChanged, this, &MainWindow::updateProgress);
     connect(&state, &AppState::toastRequested, _toast, &Toast::showMessage);
     connect(&store, &MarksStore::writeFailed, this, [this](const QString &message) { _toast->showMessage(message, true); });
 
     updateSortChecks();
     updateCentre();
-    updateStatus();
-    updateProgress();
     updateTitle();
 }
 
@@ -174,21 +158,7 @@ void MainWindow::usePipeline(ImagePipeline &pipeline)
     _pipelineSource = new PipelineThumbnailSource(_state, pipeline, this);
     setThumbnailSource(_pipelineSource);
     _single->setPipeline(&pipeline);
-    connect(&_state, &AppState::loaded, this, &MainWindow::configurePipeline);
-    if (!_state.folder().isEmpty() && !_state.isLoading())
-        configurePipeline();
-}
-
-void MainWindow::configurePipeline()
-{
-    const QString folder = _state.folder();
-    if (!_pipeline || folder.isEmpty())
-        return;
-    // Telling the disk apart reads the mount table and may stat a network share: off this thread.
-    QtConcurrent::run([folder] { return diskKindFor(folder); }).then(this, [this, folder](DiskKind kind) {
-        if (folder == _state.folder())
-            _pipeline->configure(folder, kind);
-    });
+    _session.usePipeline(pipeline);
 }
 
 void MainWindow::afterCachesEmptied()
@@ -218,110 +188,74 @@ QWidget *MainWindow::centreWidget() const { return _stack->currentWidget(); }
 
 // ----- Actions and menus
 
-QAction *MainWindow::makeAction(const QString &name, const QString &text, const QList<QKeySequence> &keys)
-{
-    auto *a = new QAction(text, this);
-    a->setObjectName(name);
-    if (!keys.isEmpty()) {
-        a->setShortcuts(keys);
-        a->setShortcutContext(Qt::WindowShortcut);
-    }
-    // On the window itself, so the keys work with any menu closed, hidden or never built.
-    addAction(a);
-    _actions.insert(name, a);
-    return a;
-}
-
-QAction *MainWindow::makeLater(const QString &name, const QString &text, const QList<QKeySequence> &keys)
-{
-    QAction *a = makeAction(name, text, keys);
-    a->setEnabled(false);
-    a->setToolTip(QStringLiteral("Próximamente"));
-    a->setStatusTip(QStringLiteral("Próximamente"));
-    return a;
-}
-
 void MainWindow::buildActions()
 {
+    for (const WindowAction &spec : windowActions()) {
+        auto *a = new QAction(spec.text, this);
+        a->setObjectName(spec.name);
+        if (!spec.keys.isEmpty()) {
+            a->setShortcuts(spec.keys);
+            a->setShortcutContext(Qt::WindowShortcut);
+        }
+        if (!spec.iconText.isEmpty())
+            a->setIconText(spec.iconText);
+        a->setCheckable(spec.checkable);
+        if (spec.later) {
+            a->setEnabled(false);
+            a->setToolTip(QStringLiteral("Próximamente"));
+            a->setStatusTip(QStringLiteral("Próximamente"));
+        }
+        // On the window itself, so the keys work with any menu closed, hidden or never built.
+        addAction(a);
+        _actions.insert(spec.name, a);
+    }
+    const auto on = [this](const char *name, auto &&slot) {
+        connect(_actions.value(QLatin1String(name)), &QAction::triggered, this, std::forward<decltype(slot)>(slot));
+    };
+    // A mark applies only where marking makes sense (a shot is shown, no text field has the keys).
+    const auto mark = [this](auto &&change) {
+        return [this, change] {
+            if (canMark())
+                change();
+        };
+    };
+
     // Archivo
-    connect(makeAction(QStringLiteral("openFolder"), QStringLiteral("Abrir carpeta…"), {QKeySequence(Qt::CTRL | Qt::Key_O)}),
-            &QAction::triggered, this, &MainWindow::openFolderDialog);
-    _actions[QStringLiteral("openFolder")]->setIconText(QStringLiteral("Abrir"));
-    connect(makeAction(QStringLiteral("import"), QStringLiteral("Importar imágenes…"), {QKeySequence(Qt::CTRL | Qt::Key_I)}),
-            &QAction::triggered, this, &MainWindow::showImport);
-    _actions[QStringLiteral("import")]->setIconText(QStringLiteral("Importar"));
-    connect(makeAction(QStringLiteral("camera"), QStringLiteral("Cámara…")), &QAction::triggered, this, &MainWindow::showCamera);
-    _actions[QStringLiteral("camera")]->setIconText(QStringLiteral("Cámara"));
-    connect(makeAction(QStringLiteral("quit"), QStringLiteral("Salir"), {QKeySequence(Qt::CTRL | Qt::Key_Q)}),
-            &QAction::triggered, this, &QWidget::close);
+    on("openFolder", &MainWindow::openFolderDialog);
+    on("import", &MainWindow::showImport);
+    on("camera", &MainWindow::showCamera);
+    on("quit", &QWidget::close);
 
     // Edición
-    connect(makeAction(QStringLiteral("selectAll"), QStringLiteral("Seleccionar todo"), {QKeySequence(Qt::CTRL | Qt::Key_A)}),
-            &QAction::triggered, &_state, &AppState::selectAll);
-    connect(makeAction(QStringLiteral("invertSelection"), QStringLiteral("Invertir selección"),
-                       {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_I)}),
-            &QAction::triggered, &_state, &AppState::invertSelection);
-    connect(makeAction(QStringLiteral("deselect"), QStringLiteral("Deseleccionar"), {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A)}),
-            &QAction::triggered, &_state, &AppState::clearSelection);
-    connect(makeAction(QStringLiteral("find"), QStringLiteral("Buscar"), {QKeySequence(Qt::CTRL | Qt::Key_F)}),
-            &QAction::triggered, this, [this] {
-                _search->setFocus(Qt::ShortcutFocusReason);
-                _search->selectAll();
-            });
-    connect(makeAction(QStringLiteral("settings"), QStringLiteral("Ajustes…"), {QKeySequence(Qt::CTRL | Qt::Key_Comma)}),
-            &QAction::triggered, this, &MainWindow::showSettings);
+    on("selectAll", [this] { _state.selectAll(); });
+    on("invertSelection", [this] { _state.invertSelection(); });
+    on("deselect", [this] { _state.clearSelection(); });
+    on("find", [this] {
+        _search->setFocus(Qt::ShortcutFocusReason);
+        _search->selectAll();
+    });
+    on("settings", &MainWindow::showSettings);
 
     // Marcas. The same key again removes the mark; AppState decides that.
-    for (int n = 1; n <= LabelColors::kCount; ++n) {
-        QAction *a = makeAction(QStringLiteral("color%1").arg(n), LabelColors::name(n), {QKeySequence(Qt::Key_0 + n)});
-        a->setIcon(dotIcon(LabelColors::color(n)));
-        connect(a, &QAction::triggered, this, [this, n] {
-            if (canMark())
-                _state.applyColorKey(n);
-        });
+    for (int n = 0; n <= LabelColors::kCount; ++n) {
+        QAction *a = _actions.value(QStringLiteral("color%1").arg(n));
+        if (n > 0)
+            a->setIcon(dotIcon(LabelColors::color(n)));
+        connect(a, &QAction::triggered, this, mark([this, n] { _state.applyColorKey(n); }));
     }
-    connect(makeAction(QStringLiteral("color0"), QStringLiteral("Sin color"), {QKeySequence(Qt::Key_0)}),
-            &QAction::triggered, this, [this] {
-                if (canMark())
-                    _state.applyColorKey(0);
-            });
-    for (int n = 1; n <= 5; ++n) {
-        QAction *a = makeAction(QStringLiteral("rating%1").arg(n), QString(n, QChar(0x2605)), {QKeySequence(Qt::ALT | (Qt::Key_0 + n))});
-        connect(a, &QAction::triggered, this, [this, n] {
-            if (canMark())
-                _state.applyRatingKey(n);
-        });
-    }
-    connect(makeAction(QStringLiteral("rating0"), QStringLiteral("Sin estrellas"), {QKeySequence(Qt::ALT | Qt::Key_0)}),
-            &QAction::triggered, this, [this] {
-                if (canMark())
-                    _state.applyRatingKey(0);
-            });
-    connect(makeAction(QStringLiteral("flag"), QStringLiteral("Bandera"), {QKeySequence(Qt::Key_T)}),
-            &QAction::triggered, this, [this] {
-                if (canMark())
-                    _state.toggleTag();
-            });
-    connect(makeAction(QStringLiteral("rotateLeft"), QStringLiteral("Girar a la izquierda"), {QKeySequence(Qt::Key_BracketLeft)}),
-            &QAction::triggered, this, [this] {
-                if (canMark())
-                    _state.rotate(-1);
-            });
-    connect(makeAction(QStringLiteral("rotateRight"), QStringLiteral("Girar a la derecha"), {QKeySequence(Qt::Key_BracketRight)}),
-            &QAction::triggered, this, [this] {
-                if (canMark())
-                    _state.rotate(1);
-            });
-    makeLater(QStringLiteral("exportXmp"), QStringLiteral("Exportar marcas de la carpeta actual a XMP"));
+    for (int n = 0; n <= 5; ++n)
+        connect(_actions.value(QStringLiteral("rating%1").arg(n)), &QAction::triggered, this,
+                mark([this, n] { _state.applyRatingKey(n); }));
+    on("flag", mark([this] { _state.toggleTag(); }));
+    on("rotateLeft", mark([this] { _state.rotate(-1); }));
+    on("rotateRight", mark([this] { _state.rotate(1); }));
 
     // Ver
     _viewGroup = new QActionGroup(this);
-    QAction *grid = makeAction(QStringLiteral("viewGrid"), QStringLiteral("Cuadrícula"));
-    QAction *single = makeAction(QStringLiteral("viewSingle"), QStringLiteral("Imagen"));
-    for (QAction *a : {grid, single}) {
-        a->setCheckable(true);
-        _viewGroup->addAction(a);
-    }
+    QAction *grid = _actions.value(QStringLiteral("viewGrid"));
+    QAction *single = _actions.value(QStringLiteral("viewSingle"));
+    _viewGroup->addAction(grid);
+    _viewGroup->addAction(single);
     grid->setChecked(true);
     connect(grid, &QAction::triggered, this, [this] { _state.setViewMode(ViewMode::grid); });
     connect(single, &QAction::triggered, this, [this] {
@@ -330,61 +264,39 @@ void MainWindow::buildActions()
         else
             _actions.value(QStringLiteral("viewGrid"))->setChecked(true);
     });
-    connect(makeAction(QStringLiteral("toggleView"), QStringLiteral("Cambiar cuadrícula / imagen"), {QKeySequence(Qt::Key_Space)}),
-            &QAction::triggered, this, &MainWindow::toggleView);
-    connect(makeAction(QStringLiteral("zoomIn"), QStringLiteral("Miniaturas más grandes"),
-                       {QKeySequence(Qt::CTRL | Qt::Key_Plus), QKeySequence(Qt::CTRL | Qt::Key_Equal)}),
-            &QAction::triggered, this, [this] { stepThumbSize(kThumbStep); });
-    connect(makeAction(QStringLiteral("zoomOut"), QStringLiteral("Miniaturas más pequeñas"), {QKeySequence(Qt::CTRL | Qt::Key_Minus)}),
-            &QAction::triggered, this, [this] { stepThumbSize(-kThumbStep); });
-    QAction *info = makeAction(QStringLiteral("infoPanel"), QStringLiteral("Panel de información"), {QKeySequence(Qt::Key_I)});
-    info->setCheckable(true);
-    connect(makeAction(QStringLiteral("zoom100"), QStringLiteral("Zoom 100 % / encajar"), {QKeySequence(Qt::Key_Z)}),
-            &QAction::triggered, this, [this] {
-                if (_stack->currentWidget() == _single)
-                    _single->toggleZoom();
-            });
-    QAction *performance = makeAction(QStringLiteral("performance"), QStringLiteral("Rendimiento"), {QKeySequence(Qt::Key_P)});
-    performance->setCheckable(true);
-    connect(performance, &QAction::toggled, this, [this](bool on) { _single->setPerformanceShown(on); });
-    QAction *focus = makeAction(QStringLiteral("focusPoint"), QStringLiteral("Punto de enfoque"), {QKeySequence(Qt::Key_F)});
-    focus->setCheckable(true);
-    connect(focus, &QAction::toggled, this, [this](bool on) { _single->setFocusPointShown(on); });
-    QAction *filters = makeAction(QStringLiteral("filterBarVisible"), QStringLiteral("Barra de filtros"));
-    filters->setCheckable(true);
-    connect(makeAction(QStringLiteral("clearFilters"), QStringLiteral("Quitar filtros")), &QAction::triggered,
-            &_state, &AppState::clearFilter);
+    on("toggleView", &MainWindow::toggleView);
+    on("zoomIn", [this] { stepThumbSize(kThumbStep); });
+    on("zoomOut", [this] { stepThumbSize(-kThumbStep); });
+    on("zoom100", [this] {
+        if (_stack->currentWidget() == _single)
+            _single->toggleZoom();
+    });
+    connect(_actions.value(QStringLiteral("performance")), &QAction::toggled, this,
+            [this](bool shown) { _single->setPerformanceShown(shown); });
+    connect(_actions.value(QStringLiteral("focusPoint")), &QAction::toggled, this,
+            [this](bool shown) { _single->setFocusPointShown(shown); });
+    on("clearFilters", [this] { _state.clearFilter(); });
 
     _sortGroup = new QActionGroup(this);
     for (SortKey key : allSortKeys()) {
-        QAction *a = makeAction(QStringLiteral("sort-") + sortKeyToString(key), sortKeyTitle(key));
-        a->setCheckable(true);
+        QAction *a = _actions.value(QStringLiteral("sort-") + sortKeyToString(key));
         a->setData(int(key));
         _sortGroup->addAction(a);
         connect(a, &QAction::triggered, this, [this, key] { _state.setSort(key, _state.sortAscending()); });
     }
     _directionGroup = new QActionGroup(this);
-    QAction *asc = makeAction(QStringLiteral("sortAscending"), QStringLiteral("Ascendente"));
-    QAction *desc = makeAction(QStringLiteral("sortDescending"), QStringLiteral("Descendente"));
-    for (QAction *a : {asc, desc}) {
-        a->setCheckable(true);
-        _directionGroup->addAction(a);
-    }
-    connect(asc, &QAction::triggered, this, [this] { _state.setSort(_state.sortKey(), true); });
-    connect(desc, &QAction::triggered, this, [this] { _state.setSort(_state.sortKey(), false); });
-
-    // Herramientas
-    makeLater(QStringLiteral("rename"), QStringLiteral("Renombrar…"))->setIconText(QStringLiteral("Renombrar"));
-    makeLater(QStringLiteral("clientPick"), QStringLiteral("Selección del cliente…"))->setIconText(QStringLiteral("Selección del cliente"));
-    makeLater(QStringLiteral("send"), QStringLiteral("Enviar…"))->setIconText(QStringLiteral("Enviar"));
+    _directionGroup->addAction(_actions.value(QStringLiteral("sortAscending")));
+    _directionGroup->addAction(_actions.value(QStringLiteral("sortDescending")));
+    on("sortAscending", [this] { _state.setSort(_state.sortKey(), true); });
+    on("sortDescending", [this] { _state.setSort(_state.sortKey(), false); });
 
     // Ayuda
-    connect(makeAction(QStringLiteral("shortcuts"), QStringLiteral("Atajos de teclado")), &QAction::triggered, this, [this] {
+    on("shortcuts", [this] {
         auto *dialog = new ShortcutsDialog(this);
         dialog->setAttribute(Qt::WA_DeleteOnClose);
         dialog->show();
     });
-    connect(makeAction(QStringLiteral("about"), QStringLiteral("Acerca de Corvane")), &QAction::triggered, this, [this] {
+    on("about", [this] {
         QMessageBox::about(this, QStringLiteral("Acerca de Corvane"),
                            QStringLiteral("<p><b>Corvane</b> %1</p><p>Visor y selector de fotos para fotógrafos: "
                                           "bodas, eventos, deporte y prensa.</p>")
@@ -392,10 +304,8 @@ void MainWindow::buildActions()
     });
 
     // Keys without a menu entry.
-    connect(makeAction(QStringLiteral("enter"), QStringLiteral("Entrar"), {QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)}),
-            &QAction::triggered, this, &MainWindow::onReturn);
-    connect(makeAction(QStringLiteral("escape"), QStringLiteral("Volver"), {QKeySequence(Qt::Key_Escape)}),
-            &QAction::triggered, this, &MainWindow::onEscape);
+    on("enter", &MainWindow::onReturn);
+    on("escape", &MainWindow::onEscape);
 }
 
 void MainWindow::buildMenus()
@@ -507,7 +417,7 @@ void MainWindow::buildToolBar()
     connect(_grid, &GridView::thumbSizeChanged, this, [this](int px) {
         const QSignalBlocker block(_slider);
         _slider->setValue(px);
-        QSettings().setValue(QLatin1String(kThumbSize), px);
+        Settings::uiThumbSize.set(px);
     });
 
     auto *spacer = new QWidget(bar);
@@ -594,96 +504,44 @@ void MainWindow::buildCentre()
 
 void MainWindow::buildStatusBar()
 {
-    QStatusBar *bar = statusBar();
-    bar->setSizeGripEnabled(false);
-    _count = new QLabel(bar);
-    _count->setObjectName(QStringLiteral("statusCount"));
-    _selection = new QLabel(bar);
-    _selection->setObjectName(QStringLiteral("statusSelection"));
-    bar->addWidget(_count);
-    bar->addWidget(_selection);
-    _progressText = new QLabel(bar);
-    _progressText->setObjectName(QStringLiteral("statusProgressText"));
-    _progress = new QProgressBar(bar);
-    _progress->setObjectName(QStringLiteral("statusProgress"));
-    _progress->setFixedWidth(160);
-    _progress->setMaximumHeight(12);
-    _progress->setTextVisible(false);
-    bar->addPermanentWidget(_progressText);
-    bar->addPermanentWidget(_progress);
-
-    _sharpText = new QLabel(bar);
-    _sharpText->setObjectName(QStringLiteral("statusSharpnessText"));
-    _sharpProgress = new QProgressBar(bar);
-    _sharpProgress->setObjectName(QStringLiteral("statusSharpness"));
-    _sharpProgress->setFixedWidth(100);
-    _sharpProgress->setMaximumHeight(8);
-    _sharpProgress->setTextVisible(false);
-    bar->addPermanentWidget(_sharpText);
-    bar->addPermanentWidget(_sharpProgress);
-    _sharpText->hide();
-    _sharpProgress->hide();
-}
-
-void MainWindow::measureSharpness(bool newFolder)
-{
-    QList<SharpnessAnalyzer::Job> jobs;
-    jobs.reserve(_state.photos().size());
-    for (const auto &p : _state.photos())
-        if (!p->sharpness() && !p->previewURL().isEmpty())
-            jobs.append({p->id, p->previewURL(), p->previewIsRaw});
-    if (newFolder)
-        _analyzer->start(jobs);
-    else
-        _analyzer->add(jobs);
-}
-
-void MainWindow::updateSharpnessProgress(int done, int total)
-{
-    const bool busy = total > 0 && done < total;
-    _sharpText->setVisible(busy);
-    _sharpProgress->setVisible(busy);
-    if (!busy)
-        return;
-    _sharpText->setText(QStringLiteral("Analizando nitidez · %1 de %2").arg(done).arg(total));
-    _sharpProgress->setRange(0, total);
-    _sharpProgress->setValue(done);
+    _status = new StatusBar(_state, _session.analyzer(), this);
+    setStatusBar(_status);
 }
 
 void MainWindow::restoreLayout()
 {
-    QSettings settings;
     resize(1400, 900);
-    restoreGeometry(settings.value(QLatin1String(kGeometry)).toByteArray());
-    if (const QByteArray s = settings.value(QLatin1String(kSplitter)).toByteArray(); !s.isEmpty())
+    restoreGeometry(Settings::uiGeometry.get());
+    if (const QByteArray s = Settings::uiSplitter.get(); !s.isEmpty())
         _splitter->restoreState(s);
 
-    const bool info = settings.value(QLatin1String(kInfoPanel), false).toBool();
+    const bool info = Settings::uiInfoPanel.get();
     _info->setVisible(info);
     QAction *infoAction = _actions.value(QStringLiteral("infoPanel"));
     infoAction->setChecked(info);
     connect(infoAction, &QAction::toggled, this, [this](bool on) {
         _info->setVisible(on);
-        QSettings().setValue(QLatin1String(kInfoPanel), on);
+        Settings::uiInfoPanel.set(on);
     });
 
-    const bool filters = settings.value(QLatin1String(kFilterBar), true).toBool();
+    const bool filters = Settings::uiFilterBar.get();
     _filterBar->setVisible(filters);
     QAction *filterAction = _actions.value(QStringLiteral("filterBarVisible"));
     filterAction->setChecked(filters);
     connect(filterAction, &QAction::toggled, this, [this](bool on) {
         _filterBar->setVisible(on);
-        QSettings().setValue(QLatin1String(kFilterBar), on);
+        Settings::uiFilterBar.set(on);
     });
 
-    _grid->setThumbSize(settings.value(QLatin1String(kThumbSize), _grid->thumbSize()).toInt());
+    if (const int px = Settings::uiThumbSize.get(); px > 0)
+        _grid->setThumbSize(px);
     _slider->setValue(_grid->thumbSize());
 }
 
 void MainWindow::fillRecentMenu()
 {
     _recentMenu->clear();
-    const QStringList recent = QSettings().value(QLatin1String(kRecentFolders)).toStringList();
+    const QStringList recent = Settings::recentFolders.get();
     for (const QString &path : recent) {
         QAction *a = _recentMenu->addAction(path);
         connect(a, &QAction::triggered, this, [this, path] { _state.openFolder(path); });
@@ -728,45 +586,9 @@ void MainWindow::updateCentre()
     }
 }
 
-void MainWindow::updateStatus()
-{
-    _count->setText(countText());
-    const QString sel = selectionText();
-    _selection->setText(sel);
-    _selection->setVisible(!sel.isEmpty());
-}
+QString MainWindow::countText() const { return _status->countText(); }
 
-QString MainWindow::countText() const
-{
-    if (_state.folder().isEmpty())
-        return {};
-    if (_state.isLoading())
-        return QStringLiteral("Cargando…");
-    const qsizetype total = _state.photos().size();
-    return QStringLiteral("%1 de %2 %3").arg(_state.visible().size()).arg(total)
-        .arg(total == 1 ? QStringLiteral("imagen") : QStringLiteral("imágenes"));
-}
-
-QString MainWindow::selectionText() const
-{
-    const qsizetype k = _state.selection().size();
-    if (k == 0)
-        return {};
-    return k == 1 ? QStringLiteral("1 seleccionada") : QStringLiteral("%1 seleccionadas").arg(k);
-}
-
-void MainWindow::updateProgress()
-{
-    const auto &p = _state.progress();
-    _progressText->setVisible(p.has_value());
-    _progress->setVisible(p.has_value());
-    if (!p)
-        return;
-    _progressText->setText(p->total > 0 ? QStringLiteral("%1 · %2 de %3").arg(p->text).arg(p->done).arg(p->total)
-                                        : (p->done > 0 ? QStringLiteral("%1 · %2").arg(p->text).arg(p->done) : p->text));
-    _progress->setRange(0, qMax(0, p->total));   // 0…0: busy, length unknown
-    _progress->setValue(p->total > 0 ? p->done : 0);
-}
+QString MainWindow::selectionText() const { return _status->selectionText(); }
 
 void MainWindow::updateTitle()
 {
@@ -878,7 +700,7 @@ void MainWindow::openFolderDialog()
 void MainWindow::showSettings()
 {
     if (!_settings) {
-        _settings = new SettingsDialog(_state, &cameraHub(), this);
+        _settings = new SettingsDialog(_state, &_session.cameraHub(), this);
         _settings->setAttribute(Qt::WA_DeleteOnClose);
         connect(_settings, &SettingsDialog::previewSettingsChanged, _single, &SingleView::refresh);
         connect(_settings, &SettingsDialog::cachesEmptied, this, &MainWindow::afterCachesEmptied);
@@ -901,18 +723,12 @@ void MainWindow::showImport()
     _import->activateWindow();
 }
 
-CameraHub &MainWindow::cameraHub()
-{
-    // The hub lives as long as the window: closing "Cámara" does not stop a camera sending.
-    if (!_cameraHub)
-        _cameraHub = new CameraHub(&_state, this);
-    return *_cameraHub;
-}
+CameraHub &MainWindow::cameraHub() { return _session.cameraHub(); }
 
 void MainWindow::showCamera()
 {
     if (!_camera)
-        _camera = new CameraWindow(cameraHub(), _state, this);
+        _camera = new CameraWindow(_session.cameraHub(), _state, this);
     _camera->show();
     _camera->raise();
     _camera->activateWindow();
@@ -951,9 +767,8 @@ void MainWindow::closeEvent(QCloseEvent *event)
         event->ignore();
         return;
     }
-    QSettings settings;
-    settings.setValue(QLatin1String(kGeometry), saveGeometry());
-    settings.setValue(QLatin1String(kSplitter), _splitter->saveState());
+    Settings::uiGeometry.set(saveGeometry());
+    Settings::uiSplitter.set(_splitter->saveState());
     // What was marked a moment ago is on disk before the window goes.
     _store.flush();
     QMainWindow::closeEvent(event);

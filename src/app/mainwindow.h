@@ -7,6 +7,7 @@
 #include <QPointer>
 
 class AppState;
+class BrowserSession;
 class CameraHub;
 class CameraWindow;
 class EmptyState;
@@ -27,9 +28,9 @@ class QSplitter;
 class QStackedWidget;
 class QTimer;
 class SettingsDialog;
-class SharpnessAnalyzer;
 class Sidebar;
 class SingleView;
+class StatusBar;
 class ThumbnailSource;
 class Toast;
 
@@ -37,12 +38,12 @@ class MainWindow : public QMainWindow
 {
     Q_OBJECT
 public:
-    MainWindow(AppState &state, MarksStore &store, QWidget *parent = nullptr);
+    explicit MainWindow(BrowserSession &session, QWidget *parent = nullptr);
     ~MainWindow() override;
 
     void setThumbnailSource(ThumbnailSource *source);
     // Shows images from the pipeline: thumbnails in the grid, previews with prefetch and the
-    // full image in the single view; each opened folder tunes the pipeline to its disk.
+    // full image in the single view; the session tunes it to each opened folder's disk.
     void usePipeline(ImagePipeline &pipeline);
     // Brings the window to the front (a second launch handed us a folder).
     void raiseAndActivate();
@@ -70,7 +71,7 @@ public slots:
     void showSettings();
     void showImport();   // "Importar imágenes…" (Ctrl+I)
     void showCamera();   // "Cámara…": live reception; the hub keeps receiving when it closes
-    CameraHub &cameraHub();   // made on first use, lives as long as the window
+    CameraHub &cameraHub();   // the session's, made on first use
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -81,8 +82,6 @@ protected:
     void dropEvent(QDropEvent *event) override;
 
 private:
-    QAction *makeAction(const QString &name, const QString &text, const QList<QKeySequence> &keys = {});
-    QAction *makeLater(const QString &name, const QString &text, const QList<QKeySequence> &keys = {});
     void buildActions();
     void buildMenus();
     void buildToolBar();
@@ -91,8 +90,6 @@ private:
     void restoreLayout();
 
     void updateCentre();
-    void updateStatus();
-    void updateProgress();
     void updateTitle();
     void updateSortChecks();
     void fillRecentMenu();
@@ -103,11 +100,9 @@ private:
     void toggleView();
     void focusView();
     void stepThumbSize(int delta);
-    void configurePipeline();
     void afterCachesEmptied();
-    void measureSharpness(bool newFolder);
-    void updateSharpnessProgress(int done, int total);
 
+    BrowserSession &_session;
     AppState &_state;
     MarksStore &_store;
     QHash<QString, QAction *> _actions;
@@ -129,16 +124,9 @@ private:
     QLineEdit *_search = nullptr;
     QTimer *_searchDelay = nullptr;
     QSlider *_slider = nullptr;
-    QLabel *_count = nullptr;
-    QLabel *_selection = nullptr;
-    QLabel *_progressText = nullptr;
-    QProgressBar *_progress = nullptr;
-    SharpnessAnalyzer *_analyzer = nullptr;
-    QLabel *_sharpText = nullptr;
-    QProgressBar *_sharpProgress = nullptr;
+    StatusBar *_status = nullptr;
     QPointer<SettingsDialog> _settings;
     QPointer<ImportWindow> _import;
-    CameraHub *_cameraHub = nullptr;
     QPointer<CameraWindow> _camera;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;

@@ -1,7 +1,7 @@
 #include "pipelinethumbnailsource.h"
 
 #include "imaging/imagepipeline.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 namespace {
 // Scaled copies of the cells on screen and a few screens around them.

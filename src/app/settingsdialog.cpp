@@ -1,8 +1,9 @@
 #include "settingsdialog.h"
+#include "util/settings.h"
 
 #include "camera/camerahub.h"
 #include "imaging/diskimagecache.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
@@ -18,26 +19,12 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QRadioButton>
-#include <QSettings>
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 #include <QtConcurrent>
 
 namespace {
-const char *kStartFolder = "general.startFolder";
-const char *kMarksStorage = "marksStorage";
-const char *kPreviewResolution = "previewResolution";
-const char *kPrefetchAhead = "prefetchAhead";
-const char *kCacheDays = "cacheDays";
-constexpr int kDefaultPrefetchAhead = 3;
-
-int intSetting(const char *key, int fallback)
-{
-    bool ok = false;
-    const int v = QSettings().value(QLatin1String(key)).toInt(&ok);
-    return ok ? v : fallback;
-}
 
 QLabel *explanation(const QString &text, QWidget *parent, int indent = 0)
 {
@@ -131,7 +118,7 @@ QWidget *SettingsDialog::generalPage()
     layout->addSpacing(14);
 
     layout->addWidget(heading(QStringLiteral("Carpeta al iniciar"), page));
-    const QString fixed = QSettings().value(QLatin1String(kStartFolder)).toString();
+    const QString fixed = Settings::startFolder.get();
     _startLast = new QRadioButton(QStringLiteral("La última que abrí"), page);
     _startFixed = new QRadioButton(QStringLiteral("Siempre esta carpeta:"), page);
     auto *group = new QButtonGroup(page);
@@ -151,8 +138,7 @@ QWidget *SettingsDialog::generalPage()
     _startFolder->setEnabled(!fixed.isEmpty());
 
     auto store = [this] {
-        QSettings().setValue(QLatin1String(kStartFolder),
-                             _startFixed->isChecked() ? _startFolder->text().trimmed() : QString());
+        Settings::startFolder.set(_startFixed->isChecked() ? _startFolder->text().trimmed() : QString());
     };
     connect(_startFixed, &QRadioButton::toggled, this, [this, store](bool on) {
         _startFolder->setEnabled(on);
@@ -199,10 +185,10 @@ QWidget *SettingsDialog::marksPage()
     // The sidecar writer is not in this build yet: the choice is shown, not offered.
     _sidecar->setEnabled(false);
     _sidecar->setToolTip(QStringLiteral("Próximamente"));
-    const bool sidecar = QSettings().value(QLatin1String(kMarksStorage)).toString() == QLatin1String("sidecar");
+    const bool sidecar = Settings::marksStorage.get() == QLatin1String("sidecar");
     (sidecar ? _sidecar : _folderFile)->setChecked(true);
     connect(_folderFile, &QRadioButton::toggled, this, [](bool on) {
-        QSettings().setValue(QLatin1String(kMarksStorage), on ? QStringLiteral("folderFile") : QStringLiteral("sidecar"));
+        Settings::marksStorage.set(on ? QStringLiteral("folderFile") : QStringLiteral("sidecar"));
     });
     layout->addStretch(1);
     return page;
@@ -220,7 +206,7 @@ QWidget *SettingsDialog::imagePage()
     _previewResolution->addItem(QStringLiteral("Pantalla"), QStringLiteral("screen"));
     for (const char *px : {"2560", "3840", "5120"})
         _previewResolution->addItem(QString::fromLatin1(px), QString::fromLatin1(px));
-    const int current = _previewResolution->findData(QSettings().value(QLatin1String(kPreviewResolution)).toString());
+    const int current = _previewResolution->findData(Settings::previewResolution.get());
     _previewResolution->setCurrentIndex(qMax(0, current));
     auto *row = new QHBoxLayout;
     row->addWidget(_previewResolution);
@@ -231,7 +217,7 @@ QWidget *SettingsDialog::imagePage()
                        "mayor da más detalle en monitores grandes a cambio de más memoria y más tiempo."),
         page));
     connect(_previewResolution, &QComboBox::currentIndexChanged, this, [this] {
-        QSettings().setValue(QLatin1String(kPreviewResolution), _previewResolution->currentData().toString());
+        Settings::previewResolution.set(_previewResolution->currentData().toString());
         emit previewSettingsChanged();
     });
     layout->addSpacing(10);
@@ -241,7 +227,7 @@ QWidget *SettingsDialog::imagePage()
     _prefetchAhead = new QSpinBox(page);
     _prefetchAhead->setObjectName(QStringLiteral("prefetchAhead"));
     _prefetchAhead->setRange(1, 10);
-    _prefetchAhead->setValue(qBound(1, intSetting(kPrefetchAhead, kDefaultPrefetchAhead), 10));
+    _prefetchAhead->setValue(qBound(1, Settings::prefetchAhead.get(), 10));
     ahead->addWidget(_prefetchAhead);
     ahead->addWidget(new QLabel(QStringLiteral("imágenes"), page));
     ahead->addStretch(1);
@@ -249,7 +235,7 @@ QWidget *SettingsDialog::imagePage()
     layout->addWidget(explanation(
         QStringLiteral("Cuántas imágenes siguientes se preparan mientras miras una, para pasar sin esperas."), page));
     connect(_prefetchAhead, &QSpinBox::valueChanged, this, [this](int n) {
-        QSettings().setValue(QLatin1String(kPrefetchAhead), n);
+        Settings::prefetchAhead.set(n);
         emit previewSettingsChanged();
     });
     layout->addSpacing(10);
@@ -269,7 +255,7 @@ QWidget *SettingsDialog::imagePage()
     layout->addWidget(explanation(
         QStringLiteral("Al abrir Corvane se borran las miniaturas y vistas previas que no se han mirado en ese tiempo."),
         page));
-    connect(_cacheDays, &QSpinBox::valueChanged, this, [](int n) { QSettings().setValue(QLatin1String(kCacheDays), n); });
+    connect(_cacheDays, &QSpinBox::valueChanged, this, [](int n) { Settings::cacheDays.set(n); });
 
     auto *sizes = new QHBoxLayout;
     _cacheSizes = new QLabel(page);

@@ -1,6 +1,7 @@
 #include "sidebar.h"
+#include "util/settings.h"
 
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -9,7 +10,6 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QListWidget>
-#include <QSettings>
 #include <QTreeView>
 #include <QVBoxLayout>
 
@@ -102,7 +102,7 @@ void Sidebar::reveal(const QString &folder)
 void Sidebar::refreshRecents()
 {
     _recents->clear();
-    QStringList recent = QSettings().value(QStringLiteral("general.recentFolders")).toStringList();
+    QStringList recent = Settings::recentFolders.get();
     recent.removeIf([](const QString &path) { return !QFileInfo(path).isDir(); });   // unplugged cards, deleted folders
     QHash<QString, int> nameCount;
     for (const QString &path : std::as_const(recent))

@@ -1,4 +1,5 @@
 #include "singleview.h"
+#include "util/settings.h"
 
 #include "imagedraw.h"
 #include "labelcolors.h"
@@ -6,13 +7,12 @@
 #include "thumbnailsource.h"
 
 #include "imaging/imagepipeline.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
 
 #include <QApplication>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QSettings>
 #include <QTimer>
 #include <QWheelEvent>
 #include <QtConcurrent>
@@ -26,7 +26,6 @@ const QColor kDim(0x9a, 0x9a, 0x9a);
 const QColor kBlurry(0xf0, 0x5a, 0x5e);
 const QColor kDoubtful(0xe8, 0xa3, 0x2a);
 
-constexpr int kDefaultPrefetchAhead = 3;
 constexpr int kResizeSettleMs = 200;
 // Below this share of the bitmap's width a smooth copy is made for drawing.
 constexpr double kSmoothBelow = 0.7;
@@ -145,9 +144,7 @@ void SingleView::prefetch()
         return;
     int ahead = 1, behind = 0;
     if (_state.viewMode() != ViewMode::grid) {
-        bool ok = false;
-        ahead = QSettings().value(QStringLiteral("prefetchAhead"), kDefaultPrefetchAhead).toInt(&ok);
-        ahead = ok ? qMax(0, ahead) : kDefaultPrefetchAhead;
+        ahead = qMax(0, Settings::prefetchAhead.get());
         behind = 1;
     }
     // Only the stretch the prefetch can reach: the same request as the whole list, without

@@ -1,27 +1,22 @@
 #include "appstate.h"
 
-#include "folderscanner.h"
-#include "filekinds.h"
+#include "folderloader.h"
 #include "folderwatcher.h"
+
+#include "model/filekinds.h"
+#include "model/folderscanner.h"
 #include "marks/legacyxattr.h"
 #include "marks/marks.h"
 #include "marks/marksbook.h"
 #include "marks/marksfile.h"
-#include "metareader.h"
+#include "metadata/metareader.h"
+#include "util/settings.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QSettings>
-#include <QThreadPool>
 #include <QTimer>
 
 namespace {
-const char *kSortKey = "sortKey";
-const char *kSortAscending = "sortAscending";
-const char *kAutoAdvance = "general.autoAdvance";
-const char *kLastFolder = "general.lastFolder";
-const char *kRecentFolders = "general.recentFolders";
-
 QString parentOf(const QString &path)
 {
     const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
@@ -29,29 +24,21 @@ QString parentOf(const QString &path)
 }
 } // namespace
 
-// What the scan worker hands back: the listing and the marks files of the folders it found.
-struct AppState::Loaded {
-    ScanResult scan;
-    QHash<QString, MarksMap> marksByFolder;
-};
-
 AppState::AppState(MarksBook &book, QObject *parent)
     : QObject(parent)
     , _book(book)
     , _metaReader(new MetaReader(this))
     , _watcher(new FolderWatcher(this))
     , _xattr(new LegacyXattrReader(this))
-    , _scanPool(new QThreadPool(this))
+    , _loader(new FolderLoader(this))
     , _resortTimer(new QTimer(this))
 {
-    _scanPool->setMaxThreadCount(1);
     _resortTimer->setSingleShot(true);
     _resortTimer->setInterval(400);
     connect(_resortTimer, &QTimer::timeout, this, [this] { resort(); });
 
-    QSettings settings;
-    _sortKey = sortKeyFromString(settings.value(QLatin1String(kSortKey)).toString());
-    _sortAscending = settings.value(QLatin1String(kSortAscending), true).toBool();
+    _sortKey = sortKeyFromString(Settings::sortKey.get());
+    _sortAscending = Settings::sortAscending.get();
     _sensitivity = currentSharpSensitivity();
 
     connect(_metaReader, &MetaReader::metaReady, this, &AppState::applyMeta);
@@ -62,6 +49,12 @@ AppState::AppState(MarksBook &book, QObject *parent)
         }
     });
     connect(_xattr, &LegacyXattrReader::found, this, &AppState::applyLegacyMarks);
+    connect(_loader, &FolderLoader::progress, this, [this](quint64 gen, const QString &text, int count) {
+        if (gen == _generation)
+            setProgress(Progress{text, count, 0});
+    });
+    connect(_loader, &FolderLoader::finished, this, &AppState::applyScan);
+    connect(_loader, &FolderLoader::metaRead, this, &AppState::applyMeta);
     connect(_watcher, &FolderWatcher::filesChanged, this, [this](const QStringList &added, const QStringList &removed) {
         if (!removed.isEmpty())
             removeFiles(removed);
@@ -82,12 +75,7 @@ AppState::AppState(MarksBook &book, QObject *parent)
     });
 }
 
-AppState::~AppState()
-{
-    if (_token)
-        _token->cancel();
-    _scanPool->waitForDone();
-}
+AppState::~AppState() = default;
 
 // ----- Opening
 
@@ -111,8 +99,7 @@ void AppState::open(const QString &pathIn)
 
 void AppState::openFolder(const QString &folderIn, const QString &selectFile, bool recursive)
 {
-    if (_token)
-        _token->cancel();
+    _loader->cancel();
     _metaReader->cancel();
     _watcher->stop();
     _resortTimer->stop();
@@ -133,53 +120,23 @@ void AppState::openFolder(const QString &folderIn, const QString &selectFile, bo
     _currentIndex = -1;
     _filter.newOnly = false;   // "new" means new since this folder was opened
 
-    QSettings settings;
-    settings.setValue(QLatin1String(kLastFolder), _folder);
-    QStringList recent = settings.value(QLatin1String(kRecentFolders)).toStringList();
+    Settings::lastFolder.set(_folder);
+    QStringList recent = Settings::recentFolders.get();
     recent.removeAll(_folder);
     recent.prepend(_folder);
-    while (recent.size() > 10)
+    while (recent.size() > Settings::kRecentFolders)
         recent.removeLast();
-    settings.setValue(QLatin1String(kRecentFolders), recent);
+    Settings::recentFolders.set(recent);
 
     emit folderChanged();
     emit photosChanged();
     emit currentChanged(-1);
     emit selectionChanged();
 
-    auto token = std::make_shared<LoadToken>();
-    _token = token;
-    const quint64 gen = _generation;
-    const QString folder = _folder;
+    _selectAfterLoad = selectFile;
     if (recursive)
         setProgress(Progress{QStringLiteral("Buscando imágenes"), 0, 0});
-    _scanPool->start([this, token, gen, folder, recursive, selectFile] {
-        Loaded loaded;
-        if (recursive) {
-            loaded.scan = FolderScanner::listTree(folder, *token, [this, gen](const QString &text, int count) {
-                QMetaObject::invokeMethod(this, [this, gen, text, count] {
-                    if (gen == _generation)
-                        setProgress(Progress{text, count, 0});
-                }, Qt::QueuedConnection);
-            });
-        } else {
-            loaded.scan = FolderScanner::listFolder(folder, *token);
-        }
-        QSet<QString> folders;
-        for (const ScannedItem &item : std::as_const(loaded.scan.items))
-            folders.insert(parentOf(item.url));
-        for (const QString &dir : std::as_const(folders)) {
-            if (token->isCancelled())
-                return;
-            const auto file = MarksFile::load(dir);
-            loaded.marksByFolder.insert(dir, file ? file->marks : MarksMap{});
-        }
-        if (token->isCancelled())
-            return;
-        QMetaObject::invokeMethod(this, [this, gen, loaded = std::move(loaded), selectFile] {
-            applyScan(gen, loaded, selectFile);
-        }, Qt::QueuedConnection);
-    });
+    _loader->load(_generation, _folder, recursive);
 }
 
 void AppState::reload()
@@ -188,10 +145,11 @@ void AppState::reload()
         openFolder(_folder, current() ? current()->url() : QString(), _recursive);
 }
 
-void AppState::applyScan(quint64 gen, const Loaded &result, const QString &selectFile)
+void AppState::applyScan(quint64 gen, const FolderLoader::Result &result)
 {
     if (gen != _generation)
         return;
+    const QString selectFile = std::exchange(_selectAfterLoad, QString());
     const ScanResult &scan = result.scan;
     _loading = false;
     if (_recursive)
@@ -466,12 +424,12 @@ void AppState::persistMarks(const QList<Photo *> &changed)
 
 bool AppState::autoAdvance() const
 {
-    return QSettings().value(QLatin1String(kAutoAdvance), false).toBool();
+    return Settings::autoAdvance.get();
 }
 
 void AppState::setAutoAdvance(bool on)
 {
-    QSettings().setValue(QLatin1String(kAutoAdvance), on);
+    Settings::autoAdvance.set(on);
 }
 
 void AppState::advanceAfterMark()
@@ -495,7 +453,7 @@ void AppState::clearFilter() { setFilter(PhotoFilter{}); }
 
 void AppState::setSensitivity(SharpSensitivity s)
 {
-    QSettings().setValue(QStringLiteral("sharpSensitivity"), sharpSensitivityToString(s));
+    Settings::sharpSensitivity.set(sharpSensitivityToString(s));
     if (s == _sensitivity)
         return;
     _sensitivity = s;
@@ -514,9 +472,8 @@ void AppState::setSort(SortKey key, bool ascending)
         _sortKey = key;
     if (ascending != _sortAscending)
         _sortAscending = ascending;
-    QSettings settings;
-    settings.setValue(QLatin1String(kSortKey), sortKeyToString(key));
-    settings.setValue(QLatin1String(kSortAscending), ascending);
+    Settings::sortKey.set(sortKeyToString(key));
+    Settings::sortAscending.set(ascending);
     if (!changed)
         return;
     emit sortChanged();
@@ -662,12 +619,7 @@ QList<Photo *> AppState::addFiles(const QStringList &pathsIn, bool markNew)
     rebuildVisible();
     emit photosUpdated(ids);
     // Metadata of the newcomers only, read off the GUI thread; the rest of the folder keeps its own.
-    _scanPool->start([this, jobs, gen = _generation] {
-        QList<QPair<QUuid, std::optional<PhotoMeta>>> batch;
-        for (const MetaReader::Job &j : jobs)
-            batch.append({j.id, readPhotoMeta(j.path)});
-        QMetaObject::invokeMethod(this, [this, gen, batch] { applyMeta(gen, batch); }, Qt::QueuedConnection);
-    });
+    _loader->readMeta(_generation, jobs);
     return touched;
 }
 

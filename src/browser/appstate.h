@@ -1,15 +1,16 @@
 #pragma once
 // The one browser state: the open folder, its shots, the visible list, current shot, selection,
 // view mode, filter, sort, long-operation progress and toasts. GUI thread only: every Photo is
-// created, read and changed here. Workers (scan, metadata, legacy marks) hand their results back
-// in one queued step, checked against the load generation so a late result of an older folder
-// is dropped.
-#include "analysis/sharpverdict.h"
-#include "loadtoken.h"
-#include "photo.h"
-#include "photofilter.h"
-#include "sortkey.h"
-#include "viewmode.h"
+// created, read and changed here. Loading is the FolderLoader's; it and the other workers
+// (metadata, legacy marks) hand their results back in one queued step, checked against the load
+// generation so a late result of an older folder is dropped.
+#include "folderloader.h"
+
+#include "model/photo.h"
+#include "model/photofilter.h"
+#include "model/sharpverdict.h"
+#include "model/sortkey.h"
+#include "model/viewmode.h"
 
 #include <QHash>
 #include <QList>
@@ -21,7 +22,6 @@
 #include <QUuid>
 #include <optional>
 
-class QThreadPool;
 class QTimer;
 
 class FolderWatcher;
@@ -134,8 +134,7 @@ signals:
 
 private:
     void startScan(const QString &folder, bool recursive);
-    struct Loaded;
-    void applyScan(quint64 generation, const Loaded &loaded, const QString &selectFile);
+    void applyScan(quint64 generation, const FolderLoader::Result &result);
     void applyMeta(quint64 generation, const QList<QPair<QUuid, std::optional<PhotoMeta>>> &batch);
     void applyLegacyMarks(quint64 generation, const QHash<QString, Marks> &marksByFile);
     void rebuildVisible(bool keepCurrent = true);
@@ -155,7 +154,7 @@ private:
     bool _accessDenied = false;
     bool _folderMissing = false;
     quint64 _generation = 0;
-    LoadTokenPtr _token;
+    QString _selectAfterLoad;   // a file handed over with its folder, selected once listed
 
     QList<PhotoPtr> _photos;
     QList<PhotoPtr> _visible;
@@ -173,6 +172,6 @@ private:
     bool _sortAscending = true;
     SharpSensitivity _sensitivity = SharpSensitivity::normal;
     std::optional<Progress> _progress;
-    QThreadPool *_scanPool;
+    FolderLoader *_loader;
     QTimer *_resortTimer;   // coalesces re-sorting while metadata streams in
 };

@@ -2,28 +2,25 @@
 
 #include "ftppassword.h"
 #include "ftpreceiver.h"
-
-#include "model/appstate.h"
+#include "util/settings.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QSettings>
 
-CameraHub::CameraHub(AppState *state, QObject *parent)
+CameraHub::CameraHub(const QString &destination, QObject *parent)
     : QObject(parent)
-    , _state(state)
+    , _destination(destination)
 {
     QSettings settings;
-    _port = settings.value(QStringLiteral("cam.ftpPort"), 21).toInt();
+    _port = Settings::camFtpPort.get();
     if (_port < 0 || _port > 65535)
         _port = 21;
     const FTPPassword::Loaded loaded = FTPPassword::load(settings);
     _password = loaded.password;
     _passwordRenewed = loaded.renewed;
-    _autoServer = settings.value(QStringLiteral("cam.autoServer")).toString();
+    _autoServer = Settings::camAutoServer.get();
     _wifiStatus = QStringLiteral("Wifi apagado.");
-    if (state && !state->folder().isEmpty())
-        _destination = state->folder();
 }
 
 CameraHub::~CameraHub()
@@ -64,7 +61,7 @@ void CameraHub::setPort(int port, bool remember)
         return;
     _port = port;
     if (remember)
-        QSettings().setValue(QStringLiteral("cam.ftpPort"), port);
+        Settings::camFtpPort.set(port);
     restartIfOn();
 }
 
@@ -80,7 +77,7 @@ void CameraHub::setDestination(const QString &folder)
 void CameraHub::renewPassword()
 {
     _password = FTPPassword::generate();
-    QSettings().setValue(QStringLiteral("cam.ftpPassword"), _password);
+    Settings::camFtpPassword.set(_password);
     _passwordRenewed = false;   // that notice was about a password the user had not chosen to change
     restartIfOn();
 }
@@ -140,9 +137,6 @@ void CameraHub::handle(quint64 generation, const FTPEvent &event)
     case FTPEvent::Kind::file: {
         ++_received;
         _lastName = QFileInfo(event.text).fileName();
-        // Grouped into the open folder when it is the destination: a late RAW joins its JPEG.
-        if (_state)
-            _state->addFiles({event.text}, true);
         emit fileReceived(event.text);
         setWifiStatus(QStringLiteral("Recibida %1.").arg(_lastName));
         break;

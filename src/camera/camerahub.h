@@ -1,26 +1,24 @@
 #pragma once
 // The owner of live reception and of what the camera window shows. For wifi it starts and stops
 // the FTP receiver, turns its events into status texts, counts what arrives and hands each stored
-// file to the browser, which groups it into the open folder marked new. GUI thread only; the
+// file on through `fileReceived` (the browser groups it into the open folder, marked new). GUI thread only; the
 // receiver's events reach it queued. (The USB cable path comes later; its fields stay off.)
 #include "ftpevent.h"
 #include "ftplimits.h"
 
 #include <QHostAddress>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <memory>
 
-class AppState;
 class FTPReceiver;
 
 class CameraHub : public QObject
 {
     Q_OBJECT
 public:
-    // `state` may be null (the command line has no browser).
-    explicit CameraHub(AppState *state = nullptr, QObject *parent = nullptr);
+    // `destination` is where files go until setDestination says otherwise (the open folder).
+    explicit CameraHub(const QString &destination = {}, QObject *parent = nullptr);
     ~CameraHub() override;
 
     bool usbOn() const { return _usbOn; }
@@ -80,7 +78,6 @@ private:
     int _received = 0;
     QString _lastName;
     QString _autoServer;
-    QPointer<AppState> _state;
     std::unique_ptr<FTPReceiver> _receiver;
 
     FTPLimits _limits;

@@ -5,9 +5,8 @@
 
 #include "analysis/sharpness.h"
 #include "analysis/sharpnesscache.h"
-#include "analysis/sharpverdict.h"
+#include "model/sharpverdict.h"
 #include "model/folderscanner.h"
-#include "model/photo.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -28,16 +27,14 @@ struct Row {
     QString verdict;
 };
 
-QString verdictText(const ScannedItem &item, const SharpResult &r, SharpSensitivity s, int level)
+QString verdictText(const SharpResult &r, SharpSensitivity s, int level)
 {
     switch (level) {
     case SharpSharp: return QStringLiteral("Nítida");
     case SharpDoubtful: return QStringLiteral("Dudosa");
     case SharpBlurry: {
         // The browser's own wording, so the terminal and the window never disagree.
-        Photo photo(item);
-        photo.setSharpness(r.best);
-        return sharpReason(photo, s);
+        return sharpReason(r.best, std::nullopt, s);
     }
     default: return {};
     }
@@ -94,7 +91,7 @@ int sharpnessCommand(const QStringList &args)
         row.result = result;
         if (result) {
             row.level = sharpVerdict(result->best, std::nullopt, sensitivity);
-            row.verdict = verdictText(item, *result, sensitivity, row.level);
+            row.verdict = verdictText(*result, sensitivity, row.level);
         } else {
             row.verdict = QStringLiteral("No se pudo leer la imagen");
         }

@@ -1,13 +1,13 @@
 #include "diskimagecache.h"
 #include "imagedecoder.h"
 #include "vipsbitmap.h"
+#include "util/settings.h"
 
 #include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QImageReader>
 #include <QFileInfo>
-#include <QSettings>
 #include <QStandardPaths>
 #include <QThread>
 #include <QThreadPool>
@@ -279,10 +279,7 @@ void DiskImageCache::clear() const
 
 int DiskImageCache::cacheDaysSetting()
 {
-    const QVariant value = QSettings().value(QStringLiteral("cacheDays"));
-    bool ok = false;
-    const int days = value.isValid() ? value.toInt(&ok) : 0;
-    return ok ? days : 90;
+    return Settings::cacheDays.get();
 }
 
 QFuture<void> DiskImageCache::pruneAtLaunch()

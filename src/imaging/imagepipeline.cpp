@@ -3,11 +3,11 @@
 #include "diskimagecache.h"
 #include "imagedecoder.h"
 #include "model/filekinds.h"
+#include "util/settings.h"
 
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QScreen>
-#include <QSettings>
 #include <QThread>
 #include <cmath>
 
@@ -86,7 +86,7 @@ int ImagePipeline::previewPixelsFor(const QString &setting, int viewportLong, in
 
 int ImagePipeline::previewPixels() const
 {
-    const QString setting = QSettings().value(QStringLiteral("previewResolution"), QStringLiteral("screen")).toString();
+    const QString setting = Settings::previewResolution.get();
     return previewPixelsFor(setting, _viewportLong, _viewportLong >= 1 ? 0 : screenLongSide());
 }
 

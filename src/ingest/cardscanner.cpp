@@ -4,7 +4,7 @@
 
 #include "model/filekinds.h"
 #include "model/folderscanner.h"
-#include "model/metareader.h"
+#include "metadata/metareader.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -2,7 +2,7 @@
 // Reads capture metadata (exiv2) of the open folder's shots in the background, in batches.
 // Lives on the GUI thread; owns one worker thread. Results arrive through metaReady on the GUI
 // thread. start() cancels any earlier request.
-#include "photometa.h"
+#include "photometareader.h"
 
 #include <QList>
 #include <QObject>
@@ -11,10 +11,6 @@
 #include <QUuid>
 #include <memory>
 #include <optional>
-
-// Reads one file's metadata. Thread-safe; exiv2 exceptions are caught here. Absent when the file
-// cannot be read or holds no metadata exiv2 understands.
-std::optional<PhotoMeta> readPhotoMeta(const QString &path);
 
 class MetaReader : public QObject
 {

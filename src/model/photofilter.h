@@ -1,6 +1,6 @@
 #pragma once
 // Which shots the grid shows.
-#include "analysis/sharpverdict.h"
+#include "sharpverdict.h"
 #include "colorclass.h"
 #include "facet.h"
 

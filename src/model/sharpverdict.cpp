@@ -1,8 +1,8 @@
 #include "sharpverdict.h"
 
-#include "model/photo.h"
+#include "photo.h"
+#include "util/settings.h"
 
-#include <QSettings>
 
 namespace {
 struct Thresholds {
@@ -40,7 +40,7 @@ QString sharpSensitivityToString(SharpSensitivity s)
 
 SharpSensitivity currentSharpSensitivity()
 {
-    return sharpSensitivityFromString(QSettings().value(QStringLiteral("sharpSensitivity")).toString());
+    return sharpSensitivityFromString(Settings::sharpSensitivity.get());
 }
 
 int sharpVerdict(std::optional<double> sharpness, std::optional<double> face, SharpSensitivity s)
@@ -58,13 +58,18 @@ int sharpVerdict(const Photo &p, SharpSensitivity s)
     return sharpVerdict(p.sharpness(), p.faceSharpness(), s);
 }
 
+QString sharpReason(std::optional<double> sharpness, std::optional<double> face, SharpSensitivity s)
+{
+    if (sharpVerdict(sharpness, face, s) != SharpBlurry)
+        return {};
+    if (face)
+        return QStringLiteral("Ojos desenfocados · nitidez de la cara %1").arg(*face, 0, 'f', 2);
+    return QStringLiteral("Desenfocada o movida · nitidez %1 (mínimo %2)")
+        .arg(qRound(*sharpness))
+        .arg(qRound(thresholds(s).t));
+}
+
 QString sharpReason(const Photo &p, SharpSensitivity s)
 {
-    if (sharpVerdict(p, s) != SharpBlurry)
-        return {};
-    if (p.faceSharpness())
-        return QStringLiteral("Ojos desenfocados · nitidez de la cara %1").arg(*p.faceSharpness(), 0, 'f', 2);
-    return QStringLiteral("Desenfocada o movida · nitidez %1 (mínimo %2)")
-        .arg(qRound(*p.sharpness()))
-        .arg(qRound(thresholds(s).t));
+    return sharpReason(p.sharpness(), p.faceSharpness(), s);
 }

@@ -20,4 +20,5 @@ int sharpVerdict(const Photo &photo, SharpSensitivity s);
 
 // Why a level-1 shot is blurry: "Desenfocada o movida · …" or "Ojos desenfocados · …".
 // Empty for any other level.
+QString sharpReason(std::optional<double> sharpness, std::optional<double> faceSharpness, SharpSensitivity s);
 QString sharpReason(const Photo &photo, SharpSensitivity s);

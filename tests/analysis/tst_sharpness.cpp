@@ -1,7 +1,7 @@
 #include "analysis/sharpness.h"
 #include "analysis/sharpnessanalyzer.h"
 #include "analysis/sharpnesscache.h"
-#include "analysis/sharpverdict.h"
+#include "model/sharpverdict.h"
 #include "cli/sharpnesscommand.h"
 #include "imaging/imagedecoder.h"
 #include "imaging/jpeggrey.h"

@@ -11,7 +11,8 @@
 #include "ingest/namepattern.h"
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -404,10 +405,9 @@ private slots:
 
     void theMainWindowOpensItAndShowsTheResult()
     {
-        MarksStore store;
-        MarksBook book(&store);
-        AppState state(book);
-        MainWindow window(state, store);
+        BrowserSession session;
+        AppState &state = session.state();
+        MainWindow window(session);
         window.show();
         QAction *import = window.action("import");
         QVERIFY(import && import->isEnabled());

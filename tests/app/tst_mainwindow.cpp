@@ -17,9 +17,9 @@
 #include "app/toast.h"
 #include "camera/camerahub.h"
 
-#include "marks/marksbook.h"
 #include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 #include "util/atomicfile.h"
 
 #include <QAction>
@@ -62,10 +62,10 @@ QString makeShoot(const QString &root)
 
 // Everything the application creates, in its order; the window goes first on destruction.
 struct Session {
-    MarksStore store;
-    MarksBook book{&store};
-    AppState state{book};
-    MainWindow window{state, store};
+    BrowserSession session;
+    AppState &state = session.state();
+    MarksStore &store = session.store();
+    MainWindow window{session};
 
     explicit Session(const QString &folder = {})
     {

@@ -13,9 +13,9 @@
 
 #include "imaging/diskimagecache.h"
 #include "imaging/imagepipeline.h"
-#include "marks/marksbook.h"
 #include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 
 #include <QAction>
 #include <QApplication>
@@ -80,10 +80,10 @@ int entriesIn(const QString &dir)
 }
 
 struct Session {
-    MarksStore store;
-    MarksBook book{&store};
-    AppState state{book};
-    MainWindow window{state, store};
+    BrowserSession session;
+    AppState &state = session.state();
+    MarksStore &store = session.store();
+    MainWindow window{session};
 
     explicit Session(const QString &folder)
     {

@@ -6,15 +6,15 @@
 #include "testscenes.h"
 
 #include "analysis/sharpnesscache.h"
-#include "analysis/sharpverdict.h"
+#include "model/sharpverdict.h"
 #include "app/gridmodel.h"
 #include "app/gridview.h"
 #include "app/mainwindow.h"
 #include "app/settingsdialog.h"
 #include "app/singleview.h"
-#include "marks/marksbook.h"
 #include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 
 #include <QComboBox>
 #include <QFileInfo>
@@ -30,10 +30,10 @@
 namespace {
 
 struct Session {
-    MarksStore store;
-    MarksBook book{&store};
-    AppState state{book};
-    MainWindow window{state, store};
+    BrowserSession session;
+    AppState &state = session.state();
+    MarksStore &store = session.store();
+    MainWindow window{session};
 
     explicit Session(const QString &folder)
     {

@@ -1,7 +1,7 @@
 // The browser state end to end on real folders: open, marks keys, filter, sort, arrivals.
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
-#include "model/appstate.h"
+#include "browser/appstate.h"
 #include "testenv.h"
 
 #include <QSettings>
@@ -84,37 +84,6 @@ private slots:
         QCOMPARE(toasts.first().first().toString(),
                  QStringLiteral("Termina la operación en curso y vuelve a soltar «%1»").arg(QFileInfo(dir.path()).fileName()));
         QVERIFY(state->folder().isEmpty());
-    }
-
-    void colourAndStarKeysToggle()
-    {
-        QTemporaryDir dir;
-        TestEnv::touch(dir.filePath("a.jpg"));
-        TestEnv::touch(dir.filePath("b.jpg"));
-        openAndWait(dir.path());
-        Photo *a = state->current();
-        state->applyColorKey(3);
-        QCOMPARE(a->colorClass(), ColorClass::c3);
-        state->applyColorKey(3);
-        QCOMPARE(a->colorClass(), ColorClass::none);
-        state->applyColorKey(5);
-        state->applyColorKey(2);
-        QCOMPARE(a->colorClass(), ColorClass::c2);
-        state->applyColorKey(0);
-        QCOMPARE(a->colorClass(), ColorClass::none);
-        state->applyRatingKey(4);
-        QCOMPARE(a->rating(), 4);
-        state->applyRatingKey(4);
-        QCOMPARE(a->rating(), 0);
-        state->applyRatingKey(2);
-        state->applyRatingKey(0);
-        QCOMPARE(a->rating(), 0);
-        state->toggleTag();
-        QVERIFY(a->tagged());
-        state->rotate(-1);
-        QCOMPARE(a->rotation(), 3);
-        store->flush();
-        QCOMPARE(MarksFile::load(dir.path())->marks.value("a"), Marks::from(ColorClass::none, 0, true, 3, {}));
     }
 
     void marksApplyToTheSelection()

@@ -1,18 +1,17 @@
 #pragma once
-// What the camera tests share: a browser state with its marks, as the window has one, and a small
-// whole JPEG whose bytes say which one it is.
-#include "marks/marksbook.h"
-#include "marks/marksstore.h"
-#include "model/appstate.h"
+// What the camera tests share: the browser's session, as the window has one, and a small whole
+// JPEG whose bytes say which one it is.
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
 
 #include <QSignalSpy>
 
 namespace CameraTest {
 
 struct Browser {
-    MarksStore store;
-    MarksBook book{&store};
-    AppState state{book};
+    BrowserSession session;
+    AppState &state = session.state();
+    MarksStore &store = session.store();
     bool open(const QString &folder)
     {
         QSignalSpy loaded(&state, &AppState::loaded);

@@ -87,7 +87,7 @@ private slots:
         TestEnv::touch(folder.filePath("DSC_0000.JPG"), jpegBytes('0'));
         Browser b;
         QVERIFY(b.open(folder.path()));
-        CameraHub hub(&b.state);
+        CameraHub &hub = b.session.cameraHub();
         QCOMPARE(hub.destination(), folder.path());   // the open folder by default
         prepare(hub);
         QSignalSpy statuses(&hub, &CameraHub::wifiStatusChanged);
@@ -139,7 +139,7 @@ private slots:
         QTemporaryDir open, dest, src;
         Browser b;
         QVERIFY(b.open(open.path()));
-        CameraHub hub(&b.state);
+        CameraHub &hub = b.session.cameraHub();
         prepare(hub);
         hub.setDestination(dest.path());
         hub.setWifiOn(true);

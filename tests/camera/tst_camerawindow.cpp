@@ -35,7 +35,7 @@ private slots:
         QTemporaryDir folder;
         Browser b;
         QVERIFY(b.open(folder.path()));
-        MainWindow window(b.state, b.store);
+        MainWindow window(b.session);
         window.show();
         QAction *camera = window.action("camera");
         QVERIFY(camera);
@@ -68,7 +68,7 @@ private slots:
         QTemporaryDir folder, src;
         Browser b;
         QVERIFY(b.open(folder.path()));
-        CameraHub hub(&b.state);
+        CameraHub &hub = b.session.cameraHub();
         hub.setListenAddress(QHostAddress::LocalHost);
         hub.setPort(0, false);
         CameraWindow cw(hub, b.state);
@@ -111,7 +111,7 @@ private slots:
         QTemporaryDir open, dest;
         Browser b;
         QVERIFY(b.open(open.path()));
-        CameraHub hub(&b.state);
+        CameraHub &hub = b.session.cameraHub();
         CameraWindow cw(hub, b.state);
         cw.show();
         hub.setDestination(dest.path());

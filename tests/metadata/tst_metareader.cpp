@@ -1,6 +1,6 @@
 // Capture metadata read back from real files: JPEGs made with vips and tagged with the exiv2 tool,
 // damaged files, and the camera samples when present.
-#include "model/metareader.h"
+#include "metadata/metareader.h"
 #include "testenv.h"
 
 #include <QDir>

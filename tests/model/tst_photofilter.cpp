@@ -1,5 +1,5 @@
 // The filter rule, the sort orders and the sharpness verdict.
-#include "analysis/sharpverdict.h"
+#include "model/sharpverdict.h"
 #include "model/naturalcompare.h"
 #include "model/photo.h"
 #include "model/photofilter.h"

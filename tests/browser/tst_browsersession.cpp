@@ -1,0 +1,79 @@
+// A folder opened headless, as the window opens it: shots, marks, capture metadata, sharpness and
+// the pipeline's tuning all arrive without a single widget.
+#include "browser/appstate.h"
+#include "browser/browsersession.h"
+#include "camera/camerahub.h"
+#include "imaging/imagepipeline.h"
+#include "marks/marks.h"
+#include "marks/marksfile.h"
+#include "testenv.h"
+#include "testscenes.h"
+
+#include <QProcess>
+#include <QSettings>
+#include <QtTest>
+
+namespace {
+Photo *byName(const AppState &s, const QString &name)
+{
+    for (const PhotoPtr &p : s.photos())
+        if (p->name() == name)
+            return p.get();
+    return nullptr;
+}
+} // namespace
+
+class TestBrowserSession : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { TestEnv::isolate(); }
+    void cleanup() { QSettings().clear(); }
+
+    void aFolderOpensWithoutTheWindow()
+    {
+        QTemporaryDir dir;
+        const QImage scene = sharpScene(960, 640);
+        QVERIFY(scene.save(dir.filePath("DSC_0001.JPG"), "JPEG", 92));
+        QVERIFY(gaussianLike(scene, 6).save(dir.filePath("DSC_0002.JPG"), "JPEG", 92));
+        // Capture metadata written by a real tool, read back through exiv2 by the session.
+        QCOMPARE(QProcess::execute("exiv2", {"-M", "set Exif.Image.Model Ascii Cámara de prueba",
+                                             dir.filePath("DSC_0001.JPG")}), 0);
+        Marks marked;
+        marked.c = 3;
+        QVERIFY(MarksFile::save(dir.path(), {{MarksFile::keyFor(dir.filePath("DSC_0001.JPG")), marked}}, std::nullopt).isEmpty());
+
+        BrowserSession session(nullptr, 1);
+        AppState &state = session.state();
+        session.usePipeline(ImagePipeline::shared());
+        QSignalSpy tuned(&session, &BrowserSession::pipelineConfigured);
+        QSignalSpy loaded(&state, &AppState::loaded);
+        state.openFolder(dir.path());
+        QVERIFY(loaded.wait(5000));
+
+        QCOMPARE(state.photos().size(), 2);
+        Photo *sharp = byName(state, "DSC_0001.JPG");
+        Photo *blurred = byName(state, "DSC_0002.JPG");
+        QVERIFY(sharp && blurred);
+        QCOMPARE(sharp->colorClass(), ColorClass::c3);
+        QCOMPARE(blurred->colorClass(), ColorClass::none);
+
+        QTRY_VERIFY_WITH_TIMEOUT(sharp->meta().has_value(), 5000);
+        QCOMPARE(sharp->meta()->model, QStringLiteral("Cámara de prueba"));
+        QTRY_VERIFY_WITH_TIMEOUT(sharp->sharpness() && blurred->sharpness(), 20000);
+        QVERIFY(*sharp->sharpness() > *blurred->sharpness());
+        QTRY_COMPARE_WITH_TIMEOUT(tuned.size(), 1, 5000);
+        QCOMPARE(tuned.first().first().toString(), state.folder());
+
+        // A file the camera hub reports joins the open folder, marked new, and is scored too.
+        QVERIFY(scene.save(dir.filePath("DSC_0003.JPG"), "JPEG", 92));
+        emit session.cameraHub().fileReceived(dir.filePath("DSC_0003.JPG"));
+        Photo *arrived = byName(state, "DSC_0003.JPG");
+        QVERIFY(arrived && arrived->isNew());
+        QTRY_VERIFY_WITH_TIMEOUT(arrived->sharpness().has_value(), 20000);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestBrowserSession)
+#include "tst_browsersession.moc"
