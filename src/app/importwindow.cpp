@@ -1,6 +1,7 @@
 #include "importwindow.h"
 
 #include "blockeditor.h"
+#include "datasize.h"
 
 #include "ingest/cardscanner.h"
 #include "ingest/importedrecord.h"
@@ -739,7 +740,7 @@ void ImportWindow::updatePreview()
         QString info = images == 1 ? QStringLiteral("1 imagen") : QStringLiteral("%1 imágenes").arg(images);
         if (videos > 0)
             info += videos == 1 ? QStringLiteral(" y 1 vídeo") : QStringLiteral(" y %1 vídeos").arg(videos);
-        _sourceInfo->setText(info + QStringLiteral(" · ") + formatBytes(bytes));
+        _sourceInfo->setText(info + QStringLiteral(" · ") + dataSizeText(bytes));
 
         // The plan of this run alone: quick, and what the copy will do unless a destination
         // already holds a file of the same name.
@@ -819,7 +820,7 @@ void ImportWindow::onProgress()
     if (total > 0) {
         _bar->setRange(0, 1000);
         _bar->setValue(int(std::clamp<qint64>(r.bytesDone() * 1000 / total, 0, 1000)));
-        _bytes->setText(QStringLiteral("%1 de %2").arg(formatBytes(r.bytesDone()), formatBytes(total)));
+        _bytes->setText(QStringLiteral("%1 de %2").arg(dataSizeText(r.bytesDone()), dataSizeText(total)));
     } else {
         _bar->setRange(0, 0);   // reading the card: no size known yet
         _bytes->clear();
@@ -829,7 +830,7 @@ void ImportWindow::onProgress()
     _current->setText(r.currentName());
     const double rate = r.rate();
     if (rate > 0 && total > 0) {
-        QString text = formatBytes(qint64(rate)) + QStringLiteral("/s");
+        QString text = dataSizeText(qint64(rate)) + QStringLiteral("/s");
         const int left = r.secondsLeft();
         if (left >= 0)
             text += QStringLiteral(" · quedan ") + formatDuration(left);
@@ -966,21 +967,6 @@ void ImportWindow::closeEvent(QCloseEvent *event)
 }
 
 // ----- Texts
-
-QString ImportWindow::formatBytes(qint64 bytes)
-{
-    static const char *const units[] = {"kB", "MB", "GB", "TB"};
-    if (bytes < 1000)
-        return bytes == 1 ? QStringLiteral("1 byte") : QStringLiteral("%1 bytes").arg(bytes);
-    double v = double(bytes);
-    int u = -1;
-    while (v >= 1000 && u < 3) {
-        v /= 1000;
-        ++u;
-    }
-    const QLocale es(QLocale::Spanish, QLocale::Spain);
-    return es.toString(v, 'f', v < 10 ? 1 : 0) + QLatin1Char(' ') + QLatin1String(units[u]);
-}
 
 QString ImportWindow::formatDuration(int seconds)
 {

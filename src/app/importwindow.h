@@ -98,7 +98,6 @@ public:
     QPushButton *againButton() const { return _again; }
 
     // Texts the window builds (shared with the tests).
-    static QString formatBytes(qint64 bytes);       // "1,2 GB"
     static QString formatDuration(int seconds);     // "1 min 20 s"
 
 signals:
