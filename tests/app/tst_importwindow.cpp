@@ -4,6 +4,9 @@
 #include "testenv.h"
 
 #include "app/blockeditor.h"
+#include "app/importchoicespage.h"
+#include "app/importprogresspage.h"
+#include "app/importsummarypage.h"
 #include "app/importwindow.h"
 #include "app/mainwindow.h"
 #include "ingest/copyrecord.h"
@@ -107,8 +110,8 @@ class TestImportWindow : public QObject
     std::unique_ptr<ImportWindow> makeWindow()
     {
         auto w = std::make_unique<ImportWindow>();
-        w->setCardFinder([] { return QList<CardVolume>(); });
-        w->setFolderPicker([this](const QString &title, const QString &accept, const QString &) {
+        w->choices()->setCardFinder([] { return QList<CardVolume>(); });
+        w->choices()->setFolderPicker([this](const QString &title, const QString &accept, const QString &) {
             if (accept == QStringLiteral("Importar desde aquí"))
                 return _card;
             if (title == QStringLiteral("Elige el disco de trabajo"))
@@ -176,91 +179,91 @@ private slots:
         for (QLabel *l : w->findChildren<QLabel *>())
             subtitle = subtitle || l->text() == "Copia las imágenes de la tarjeta a tus discos, con carpetas y nombres a tu gusto";
         QVERIFY(subtitle);
-        QVERIFY(w->noCardLabel()->isVisible());
-        QCOMPARE(w->noCardLabel()->text(), "No hay ninguna tarjeta conectada.");
-        QCOMPARE(w->startButton()->text(), "Elige el disco de trabajo");
-        QVERIFY(!w->startButton()->isEnabled());
+        QVERIFY(w->choices()->noCardLabel()->isVisible());
+        QCOMPARE(w->choices()->noCardLabel()->text(), "No hay ninguna tarjeta conectada.");
+        QCOMPARE(w->choices()->startButton()->text(), "Elige el disco de trabajo");
+        QVERIFY(!w->choices()->startButton()->isEnabled());
 
         // The options, with their explanations, as remembered by default.
-        QCOMPARE(w->skipImportedCheck()->text(), "No volver a importar lo ya importado");
-        QVERIFY(w->skipImportedCheck()->isChecked());
-        QCOMPARE(w->verifyCheck()->text(), "Verificar las copias");
-        QVERIFY(w->verifyCheck()->isChecked());
-        QCOMPARE(w->ejectCheck()->text(), "Expulsar la tarjeta al terminar");
-        QCOMPARE(w->openCheck()->text(), "Abrir la carpeta en Corvane al terminar");
-        QVERIFY(!w->videoCheck()->isChecked());
-        QVERIFY(!w->renameCheck()->isChecked());
-        QVERIFY(w->keepNamesLabel()->isVisible());
-        QCOMPARE(w->keepNamesLabel()->text(), "Se mantiene el nombre que puso la cámara (p. ej. DSC_0001.NEF).");
-        QVERIFY(!w->blockEditor()->isVisible());
-        QCOMPARE(w->sessionEdit()->placeholderText(), "p. ej. Boda Marta y Luis");
+        QCOMPARE(w->choices()->skipImportedCheck()->text(), "No volver a importar lo ya importado");
+        QVERIFY(w->choices()->skipImportedCheck()->isChecked());
+        QCOMPARE(w->choices()->verifyCheck()->text(), "Verificar las copias");
+        QVERIFY(w->choices()->verifyCheck()->isChecked());
+        QCOMPARE(w->choices()->ejectCheck()->text(), "Expulsar la tarjeta al terminar");
+        QCOMPARE(w->choices()->openCheck()->text(), "Abrir la carpeta en Corvane al terminar");
+        QVERIFY(!w->choices()->videoCheck()->isChecked());
+        QVERIFY(!w->choices()->renameCheck()->isChecked());
+        QVERIFY(w->choices()->keepNamesLabel()->isVisible());
+        QCOMPARE(w->choices()->keepNamesLabel()->text(), "Se mantiene el nombre que puso la cámara (p. ej. DSC_0001.NEF).");
+        QVERIFY(!w->choices()->blockEditor()->isVisible());
+        QCOMPARE(w->choices()->sessionEdit()->placeholderText(), "p. ej. Boda Marta y Luis");
         QStringList structures;
-        for (int i = 0; i < w->structureCombo()->count(); ++i)
-            structures << w->structureCombo()->itemText(i);
+        for (int i = 0; i < w->choices()->structureCombo()->count(); ++i)
+            structures << w->choices()->structureCombo()->itemText(i);
         QCOMPARE(structures, QStringList({"Directamente en el destino", "Año › Fecha y sesión", "Año › Mes › Fecha y sesión",
                                           "Fecha y sesión", "Solo el nombre de la sesión"}));
 
         // The card, then the two disks.
-        click(w->chooseSourceButton());
-        QTRY_VERIFY(!w->isReading());
-        QCOMPARE(w->source(), _card);
-        QCOMPARE(w->sourceList()->currentItem()->data(Qt::UserRole).toString(), _card);
-        QVERIFY(w->sourceInfoLabel()->text().startsWith("4 imágenes · "));
-        click(w->workingButton());
-        QCOMPARE(w->workingEdit()->text(), _work);
-        QVERIFY(!w->backupNote()->isVisible());
-        click(w->backupCheck());
-        QVERIFY(w->backupNote()->isVisible());
-        QCOMPARE(w->backupNote()->text(), "La tarjeta se lee una sola vez y se escribe en los dos discos.");
-        w->backupEdit()->setFocus();
-        QTest::keyClicks(w->backupEdit(), _backup);
+        click(w->choices()->chooseSourceButton());
+        QTRY_VERIFY(!w->choices()->isReading());
+        QCOMPARE(w->choices()->source(), _card);
+        QCOMPARE(w->choices()->sourceList()->currentItem()->data(Qt::UserRole).toString(), _card);
+        QVERIFY(w->choices()->sourceInfoLabel()->text().startsWith("4 imágenes · "));
+        click(w->choices()->workingButton());
+        QCOMPARE(w->choices()->workingEdit()->text(), _work);
+        QVERIFY(!w->choices()->backupNote()->isVisible());
+        click(w->choices()->backupCheck());
+        QVERIFY(w->choices()->backupNote()->isVisible());
+        QCOMPARE(w->choices()->backupNote()->text(), "La tarjeta se lee una sola vez y se escribe en los dos discos.");
+        w->choices()->backupEdit()->setFocus();
+        QTest::keyClicks(w->choices()->backupEdit(), _backup);
 
         // Folders by date and session, names from the pattern.
-        w->structureCombo()->setCurrentIndex(w->structureCombo()->findText("Fecha y sesión"));
-        QTest::keyClicks(w->sessionEdit(), "Boda Marta y Luis");
-        click(w->renameCheck());
-        QVERIFY(w->blockEditor()->isVisible());
-        QVERIFY(!w->keepNamesLabel()->isVisible());
+        w->choices()->structureCombo()->setCurrentIndex(w->choices()->structureCombo()->findText("Fecha y sesión"));
+        QTest::keyClicks(w->choices()->sessionEdit(), "Boda Marta y Luis");
+        click(w->choices()->renameCheck());
+        QVERIFY(w->choices()->blockEditor()->isVisible());
+        QVERIFY(!w->choices()->keepNamesLabel()->isVisible());
         // The chips show the card's first shot.
-        QCOMPARE(w->blockEditor()->chipSample(1), "Boda_Marta_y_Luis");
-        QCOMPARE(w->blockEditor()->chipSample(0), "20240518");
+        QCOMPARE(w->choices()->blockEditor()->chipSample(1), "Boda_Marta_y_Luis");
+        QCOMPARE(w->choices()->blockEditor()->chipSample(0), "20240518");
 
         // The live preview of the first planned paths, and the start button.
-        QTRY_COMPARE(w->startButton()->text(), "Importar 4 archivos · con verificación");
-        QVERIFY(w->startButton()->isEnabled());
-        const QString preview = w->previewLabel()->text();
+        QTRY_COMPARE(w->choices()->startButton()->text(), "Importar 4 archivos · con verificación");
+        QVERIFY(w->choices()->startButton()->isEnabled());
+        const QString preview = w->choices()->previewLabel()->text();
         QVERIFY2(preview.contains(kDay + "/" + kBase + "0001.JPG"), qPrintable(preview));
         QVERIFY(preview.contains(kDay + "/" + kBase + "0001.NEF"));
         QVERIFY(preview.contains(kDay + "/" + kBase + "0002.JPG"));
         QVERIFY(preview.contains(kDay + "/" + kBase + "0003.JPG"));
-        click(w->verifyCheck());
-        QTRY_COMPARE(w->startButton()->text(), "Importar 4 archivos");
-        click(w->verifyCheck());
-        click(w->ejectCheck());
+        click(w->choices()->verifyCheck());
+        QTRY_COMPARE(w->choices()->startButton()->text(), "Importar 4 archivos");
+        click(w->choices()->verifyCheck());
+        click(w->choices()->ejectCheck());
 
         // Import, watching the progress page as it goes.
         QStringList phases, counts;
-        connect(&w->runner(), &IngestRunner::phaseChanged, w.get(), [&] { phases << w->phaseLabel()->text(); });
-        connect(&w->runner(), &IngestRunner::progressChanged, w.get(), [&] { counts << w->filesLabel()->text(); });
+        connect(&w->runner(), &IngestRunner::phaseChanged, w.get(), [&] { phases << w->progress()->phaseLabel()->text(); });
+        connect(&w->runner(), &IngestRunner::progressChanged, w.get(), [&] { counts << w->progress()->filesLabel()->text(); });
         QSignalSpy opened(w.get(), &ImportWindow::openFolderRequested);
-        click(w->startButton());
+        click(w->choices()->startButton());
         QCOMPARE(w->page(), ImportWindow::Page::progress);
         QVERIFY(waitSummary(*w));
         QVERIFY2(phases.contains("Copiando…") && phases.contains("Verificando las copias…"), qPrintable(phases.join(',')));
         QVERIFY2(counts.indexOf(QRegularExpression("^\\d+ de \\d+ archivos$")) >= 0, qPrintable(counts.join(',')));
 
-        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
-        QCOMPARE(w->summaryBody()->text(),
+        QCOMPARE(w->summary()->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
+        QCOMPARE(w->summary()->summaryBody()->text(),
                  "Cada copia se ha leído de nuevo del disco y es idéntica, byte a byte, al original de la tarjeta (SHA-256). "
                  "Ya puedes formatear la tarjeta.");
-        const QString dests = w->destinationsText();
+        const QString dests = w->summary()->destinationsText();
         QCOMPARE(dests.count("Correcta y verificada"), 2);
         QCOMPARE(dests.count("Copiadas: 4 · Ya estaban en el disco: 0"), 2);
         QCOMPARE(dests.count("Verificadas: 4"), 2);
         QVERIFY(dests.contains("Disco de trabajo: " + _work));
         QVERIFY(dests.contains("Copia de seguridad: " + _backup));
-        QVERIFY(!w->verifyNowButton()->isVisible());
-        QCOMPARE(w->ejectLabel()->text(), "Tarjeta expulsada");
+        QVERIFY(!w->summary()->verifyNowButton()->isVisible());
+        QCOMPARE(w->summary()->ejectLabel()->text(), "Tarjeta expulsada");
         QCOMPARE(_ejects.load(), 1);
         QCOMPARE(opened.count(), 1);
         QCOMPARE(opened.first().at(0).toString(), _work + "/" + kDay);
@@ -288,13 +291,13 @@ private slots:
         QCOMPARE(s.value("ingest.fullVerify").toBool(), true);
 
         // A second import copies nothing: the preview says so before, the summary after.
-        click(w->againButton());
+        click(w->summary()->againButton());
         QCOMPARE(w->page(), ImportWindow::Page::setup);
-        QTRY_VERIFY(!w->isReading());
-        QTRY_COMPARE(w->previewLabel()->text(), "Todo lo de la tarjeta ya está importado");
-        click(w->startButton());
+        QTRY_VERIFY(!w->choices()->isReading());
+        QTRY_COMPARE(w->choices()->previewLabel()->text(), "Todo lo de la tarjeta ya está importado");
+        click(w->choices()->startButton());
         QVERIFY(waitSummary(*w));
-        QCOMPARE(w->summaryTitle()->text(), "Todo lo de la tarjeta ya está importado");
+        QCOMPARE(w->summary()->summaryTitle()->text(), "Todo lo de la tarjeta ya está importado");
         QCOMPARE(filesUnder(_work), expected);
         QCOMPARE(filesUnder(_backup), expected);
     }
@@ -302,43 +305,43 @@ private slots:
     void choicesComeBackInANewWindow()
     {
         auto w = makeWindow();
-        QCOMPARE(w->workingEdit()->text(), _work);
-        QVERIFY(w->backupCheck()->isChecked());
-        QCOMPARE(w->backupEdit()->text(), _backup);
-        QCOMPARE(w->structureCombo()->currentText(), "Fecha y sesión");
-        QVERIFY(w->renameCheck()->isChecked());
-        QVERIFY(w->blockEditor()->pattern().sameContent(NamePattern::defaultPattern()));
-        QVERIFY(w->ejectCheck()->isChecked());
-        QCOMPARE(w->blockEditor()->digits(), 4);
+        QCOMPARE(w->choices()->workingEdit()->text(), _work);
+        QVERIFY(w->choices()->backupCheck()->isChecked());
+        QCOMPARE(w->choices()->backupEdit()->text(), _backup);
+        QCOMPARE(w->choices()->structureCombo()->currentText(), "Fecha y sesión");
+        QVERIFY(w->choices()->renameCheck()->isChecked());
+        QVERIFY(w->choices()->blockEditor()->pattern().sameContent(NamePattern::defaultPattern()));
+        QVERIFY(w->choices()->ejectCheck()->isChecked());
+        QCOMPARE(w->choices()->blockEditor()->digits(), 4);
         // A pattern that no longer decodes falls back to the default one.
         QSettings().setValue("ingest.namePattern", "{roto");
         auto again = makeWindow();
-        QVERIFY(again->blockEditor()->pattern().sameContent(NamePattern::defaultPattern()));
+        QVERIFY(again->choices()->blockEditor()->pattern().sameContent(NamePattern::defaultPattern()));
     }
 
     void verifyNowAfterACopyWithoutVerification()
     {
         auto w = makeWindow();
-        w->setSource(_card);
-        QTRY_VERIFY(!w->isReading());
-        QTest::keyClicks(w->sessionEdit(), "Boda Marta y Luis");
-        click(w->videoCheck());
-        QVERIFY(w->verifyCheck()->isChecked());
-        click(w->verifyCheck());
-        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo");
-        click(w->startButton());
+        w->choices()->setSource(_card);
+        QTRY_VERIFY(!w->choices()->isReading());
+        QTest::keyClicks(w->choices()->sessionEdit(), "Boda Marta y Luis");
+        click(w->choices()->videoCheck());
+        QVERIFY(w->choices()->verifyCheck()->isChecked());
+        click(w->choices()->verifyCheck());
+        QTRY_COMPARE(w->choices()->startButton()->text(), "Importar 1 archivo");
+        click(w->choices()->startButton());
         QVERIFY(waitSummary(*w));
-        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas");
-        QVERIFY(w->summaryBody()->text().contains("pulsa «Verificar ahora»"));
-        QCOMPARE(w->destinationsText().count("Copiadas: 1 · Ya estaban en el disco: 4"), 2);
-        QVERIFY(w->verifyNowButton()->isVisible());
+        QCOMPARE(w->summary()->summaryTitle()->text(), "Las dos copias están hechas");
+        QVERIFY(w->summary()->summaryBody()->text().contains("pulsa «Verificar ahora»"));
+        QCOMPARE(w->summary()->destinationsText().count("Copiadas: 1 · Ya estaban en el disco: 4"), 2);
+        QVERIFY(w->summary()->verifyNowButton()->isVisible());
 
-        click(w->verifyNowButton());
+        click(w->summary()->verifyNowButton());
         QVERIFY(QTest::qWaitFor([&] { return !w->runner().busy(); }, 60000));
         QVERIFY(waitSummary(*w));
-        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
-        QCOMPARE(w->destinationsText().count("Correcta y verificada"), 2);
-        QVERIFY(!w->verifyNowButton()->isVisible());
+        QCOMPARE(w->summary()->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
+        QCOMPARE(w->summary()->destinationsText().count("Correcta y verificada"), 2);
+        QVERIFY(!w->summary()->verifyNowButton()->isVisible());
         // The video joins the numbering by its date, between the shots of 10:00 and 11:00.
         QVERIFY(QFile::exists(_backup + "/" + kDay + "/" + kBase + "0003.MOV"));
         QVERIFY(QFile::exists(_work + "/" + kDay + "/" + kBase + "0003.MOV"));
@@ -349,19 +352,19 @@ private slots:
         const QString photo = _card + "/DCIM/101NIKON/DSC_0005.JPG";
         QCOMPARE(makePhoto(photo, "2024:05:18 12:00:00", "NIKON Z 9"), QString());
         auto w = makeWindow();
-        w->setSource(_card);
-        QTRY_VERIFY(!w->isReading());
-        QTest::keyClicks(w->sessionEdit(), "Boda Marta y Luis");
-        QVERIFY(!w->verifyCheck()->isChecked());   // as the last import left it
-        click(w->verifyCheck());
-        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo · con verificación");
+        w->choices()->setSource(_card);
+        QTRY_VERIFY(!w->choices()->isReading());
+        QTest::keyClicks(w->choices()->sessionEdit(), "Boda Marta y Luis");
+        QVERIFY(!w->choices()->verifyCheck()->isChecked());   // as the last import left it
+        click(w->choices()->verifyCheck());
+        QTRY_COMPARE(w->choices()->startButton()->text(), "Importar 1 archivo · con verificación");
         _corruptBackup = true;
         const int ejects = _ejects;
-        click(w->startButton());
+        click(w->choices()->startButton());
         QVERIFY(waitSummary(*w));
         _corruptBackup = false;
-        QCOMPARE(w->summaryTitle()->text(), "Importación con problemas");
-        const QString dests = w->destinationsText();
+        QCOMPARE(w->summary()->summaryTitle()->text(), "Importación con problemas");
+        const QString dests = w->summary()->destinationsText();
         QVERIFY2(dests.contains("la copia NO coincide con el original; se ha borrado para volver a copiarla"), qPrintable(dests));
         QCOMPARE(dests.count("Correcta y verificada"), 1);   // the working disk
         QCOMPARE(_ejects.load(), ejects);                   // never with errors
@@ -370,12 +373,12 @@ private slots:
         QVERIFY(!QFile::exists(_backup + "/" + name));
 
         // The next import copies just that file again.
-        click(w->againButton());
-        QTRY_VERIFY(!w->isReading());
-        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo · con verificación");
-        click(w->startButton());
+        click(w->summary()->againButton());
+        QTRY_VERIFY(!w->choices()->isReading());
+        QTRY_COMPARE(w->choices()->startButton()->text(), "Importar 1 archivo · con verificación");
+        click(w->choices()->startButton());
         QVERIFY(waitSummary(*w));
-        QCOMPARE(w->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
+        QCOMPARE(w->summary()->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
         QCOMPARE(readAll(_backup + "/" + name), readAll(photo));
     }
 
@@ -383,20 +386,20 @@ private slots:
     {
         QCOMPARE(makePhoto(_card + "/DCIM/101NIKON/DSC_0006.JPG", "2024:05:18 13:00:00", "NIKON Z 9"), QString());
         auto w = makeWindow();
-        w->setSource(_card);
-        QTRY_VERIFY(!w->isReading());
-        QTRY_COMPARE(w->startButton()->text(), "Importar 1 archivo · con verificación");
+        w->choices()->setSource(_card);
+        QTRY_VERIFY(!w->choices()->isReading());
+        QTRY_COMPARE(w->choices()->startButton()->text(), "Importar 1 archivo · con verificación");
         _holdVerify = true;
-        click(w->startButton());
+        click(w->choices()->startButton());
         // Held at the verification: cancel from the window, then let the worker go on.
         QVERIFY(QTest::qWaitFor([&] { return _verifyEntered.tryAcquire(); }, 60000));
-        QTRY_COMPARE(w->phaseLabel()->text(), "Verificando las copias…");
-        click(w->cancelButton());
-        QVERIFY(!w->cancelButton()->isEnabled());
+        QTRY_COMPARE(w->progress()->phaseLabel()->text(), "Verificando las copias…");
+        click(w->progress()->cancelButton());
+        QVERIFY(!w->progress()->cancelButton()->isEnabled());
         _verifyRelease.release();
         QVERIFY(waitSummary(*w));
-        QCOMPARE(w->summaryTitle()->text(), "Importación cancelada");
-        QVERIFY(!w->verifyNowButton()->isVisible());
+        QCOMPARE(w->summary()->summaryTitle()->text(), "Importación cancelada");
+        QVERIFY(!w->summary()->verifyNowButton()->isVisible());
         for (const QString &root : {_work, _backup})
             for (const QString &f : filesUnder(root))
                 QVERIFY2(!QFileInfo(f).fileName().startsWith('.'), qPrintable(f));
@@ -438,10 +441,10 @@ private slots:
 
     void texts()
     {
-        QCOMPARE(ImportWindow::formatDuration(12), "12 s");
-        QCOMPARE(ImportWindow::formatDuration(80), "1 min 20 s");
-        QCOMPARE(ImportWindow::formatDuration(120), "2 min");
-        QCOMPARE(ImportWindow::formatDuration(3720), "1 h 2 min");
+        QCOMPARE(ImportProgressPage::formatDuration(12), "12 s");
+        QCOMPARE(ImportProgressPage::formatDuration(80), "1 min 20 s");
+        QCOMPARE(ImportProgressPage::formatDuration(120), "2 min");
+        QCOMPARE(ImportProgressPage::formatDuration(3720), "1 h 2 min");
     }
 };
 
