@@ -1,942 +1,119 @@
 #include "importwindow.h"
 
-#include "blockeditor.h"
+#include "importchoicespage.h"
+#include "importlabels.h"
+#include "importprogresspage.h"
+#include "importsummarypage.h"
 
-#include "ingest/cardscanner.h"
-#include "ingest/importedrecord.h"
-#include "ingest/ingestcancel.h"
 #include "ingest/ingestphase.h"
-#include "ingest/ingestplan.h"
 #include "ingest/ingestrunner.h"
-#include "ingest/ingestsettings.h"
-#include "ingest/ingeststructure.h"
-#include "model/filekinds.h"
 
-#include <QCheckBox>
 #include <QCloseEvent>
-#include <QComboBox>
-#include <QDialog>
-#include <QDir>
-#include <QFileDialog>
 #include <QFileInfo>
-#include <QFormLayout>
-#include <QFrame>
-#include <QHBoxLayout>
 #include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
 #include <QMessageBox>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QScrollArea>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
-#include <QtConcurrent>
-
-#include <algorithm>
 
 namespace {
 
 const QString kTitle = QStringLiteral("Importar imágenes");
 const QString kSubtitle = QStringLiteral("Copia las imágenes de la tarjeta a tus discos, con carpetas y nombres a tu gusto");
-const QString kKeepNames = QStringLiteral("Se mantiene el nombre que puso la cámara (p. ej. DSC_0001.NEF).");
-const QString kOneRead = QStringLiteral("La tarjeta se lee una sola vez y se escribe en los dos discos.");
-const QString kVerifyNowNote = QStringLiteral("Se lee cada copia desde el disco de destino y se compara su huella SHA-256 con la del original.");
-const QString kReading = QStringLiteral("Leyendo la tarjeta…");
-const QString kNothingToDo = QStringLiteral("Todo lo de la tarjeta ya está importado");
-const QString kChooseWorking = QStringLiteral("Elige el disco de trabajo");
-constexpr int kPreviewLines = 6;
 constexpr int kCardPollMs = 3000;
-
-QLabel *dimLabel(const QString &text, QWidget *parent)
-{
-    auto *l = new QLabel(text, parent);
-    l->setWordWrap(true);
-    l->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    l->setStyleSheet(QStringLiteral("color: #9a9a9a;"));
-    return l;
-}
-
-QLabel *sectionLabel(const QString &text, QWidget *parent)
-{
-    auto *l = new QLabel(text, parent);
-    QFont f = l->font();
-    f.setBold(true);
-    l->setFont(f);
-    l->setContentsMargins(0, 6, 0, 0);
-    l->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
-    return l;
-}
-
-QString canonical(const QString &path)
-{
-    const QString c = QFileInfo(path).canonicalFilePath();
-    return c.isEmpty() ? QDir::cleanPath(path) : c;
-}
-
-QString defaultPick(QWidget *parent, const QString &title, const QString &accept, const QString &start)
-{
-    QFileDialog dialog(parent, title, start);
-    dialog.setFileMode(QFileDialog::Directory);
-    dialog.setOption(QFileDialog::ShowDirsOnly);
-    dialog.setLabelText(QFileDialog::Accept, accept);
-    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
-        return {};
-    return dialog.selectedFiles().constFirst();
-}
 
 } // namespace
 
-// ----- Building
-
 ImportWindow::ImportWindow(QWidget *parent)
     : QWidget(parent, Qt::Window)
-    , _findCards([] { return CardFinder::findCards(); })
     , _runner(new IngestRunner(this))
 {
     setObjectName(QStringLiteral("importWindow"));
     setWindowTitle(kTitle);
     resize(1120, 780);
-    _pickFolder = [this](const QString &title, const QString &accept, const QString &start) {
-        return defaultPick(this, title, accept, start);
-    };
 
     auto *v = new QVBoxLayout(this);
     v->setContentsMargins(20, 16, 20, 16);
-    auto *title = new QLabel(kTitle, this);
-    QFont big = title->font();
-    big.setPointSizeF(big.pointSizeF() * 1.6);
-    big.setBold(true);
-    title->setFont(big);
-    v->addWidget(title);
-    v->addWidget(dimLabel(kSubtitle, this));
+    v->addWidget(ImportLabels::heading(kTitle, 1.6, this));
+    v->addWidget(ImportLabels::dim(kSubtitle, this));
 
+    // In the order of Page.
     _pages = new QStackedWidget(this);
-    _pages->addWidget(buildSetupPage());
-    _pages->addWidget(buildProgressPage());
-    _pages->addWidget(buildSummaryPage());
+    _choices = new ImportChoicesPage(_pages);
+    _progress = new ImportProgressPage(*_runner, _pages);
+    _summary = new ImportSummaryPage(_pages);
+    _pages->addWidget(_choices);
+    _pages->addWidget(_progress);
+    _pages->addWidget(_summary);
     v->addWidget(_pages, 1);
-
-    _previewDelay = new QTimer(this);
-    _previewDelay->setSingleShot(true);
-    _previewDelay->setInterval(120);
-    connect(_previewDelay, &QTimer::timeout, this, &ImportWindow::updatePreview);
 
     // Cards come and go while the window is open; listing the mounts is cheap.
     _cardPoll = new QTimer(this);
     _cardPoll->setInterval(kCardPollMs);
     connect(_cardPoll, &QTimer::timeout, this, [this] {
         if (isVisible() && page() == Page::setup)
-            refreshCards();
+            _choices->refreshCards();
     });
 
-    connect(_runner, &IngestRunner::phaseChanged, this, &ImportWindow::onPhase);
-    connect(_runner, &IngestRunner::progressChanged, this, &ImportWindow::onProgress);
-    connect(_runner, &IngestRunner::finished, this, &ImportWindow::onFinished);
-
-    loadSettings();
-    updateRenameState();
-    updatePreview();
-}
-
-ImportWindow::~ImportWindow()
-{
-    if (_readCancel)
-        _readCancel->cancel();
-    _readFuture.waitForFinished();
-    // The runner (a child) cancels its run and waits in its own destructor.
-}
-
-QCheckBox *ImportWindow::addOption(QVBoxLayout *layout, const QString &title, const QString &explanation, QLabel **note)
-{
-    auto *box = new QCheckBox(title, this);
-    layout->addWidget(box);
-    if (!explanation.isEmpty()) {
-        QLabel *l = dimLabel(explanation, this);
-        l->setContentsMargins(24, 0, 0, 4);
-        layout->addWidget(l);
-        if (note)
-            *note = l;
-    }
-    connect(box, &QCheckBox::toggled, this, [this] {
-        saveSettings();
-        schedulePreview();
-    });
-    return box;
-}
-
-QWidget *ImportWindow::buildSetupPage()
-{
-    auto *scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    auto *page = new QWidget(scroll);
-    scroll->setWidget(page);
-    auto *outer = new QVBoxLayout(page);
-    outer->setContentsMargins(0, 8, 8, 0);
-    auto *columns = new QHBoxLayout;
-    columns->setSpacing(24);
-    outer->addLayout(columns);
-    outer->addStretch(1);   // spare height goes below the columns, never between their rows
-
-    // Left: where from, where to, which folders, which options. A fixed width, so its wrapped
-    // explanations are measured at the width they are drawn at.
-    auto *leftPane = new QWidget(page);
-    leftPane->setFixedWidth(440);
-    auto *left = new QVBoxLayout(leftPane);
-    left->setContentsMargins(0, 0, 0, 0);
-    columns->addWidget(leftPane);
-
-    left->addWidget(sectionLabel(QStringLiteral("Origen"), page));
-    _sources = new QListWidget(page);
-    _sources->setObjectName(QStringLiteral("importSources"));
-    _sources->setMinimumHeight(80);
-    _sources->setMaximumHeight(120);
-    left->addWidget(_sources);
-    _noCard = dimLabel(QString::fromUtf8(CardFinder::kNoCardText), page);
-    left->addWidget(_noCard);
-    auto *sourceRow = new QHBoxLayout;
-    _chooseSource = new QPushButton(QStringLiteral("Elegir carpeta…"), page);
-    sourceRow->addWidget(_chooseSource);
-    sourceRow->addStretch();
-    left->addLayout(sourceRow);
-    _sourceInfo = dimLabel(QString(), page);
-    left->addWidget(_sourceInfo);
-
-    left->addWidget(sectionLabel(QStringLiteral("Destino"), page));
-    auto *dest = new QFormLayout;
-    dest->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
-    auto pathRow = [page](QLineEdit *&edit, QPushButton *&button) {
-        auto *row = new QHBoxLayout;
-        edit = new QLineEdit(page);
-        edit->setClearButtonEnabled(true);
-        button = new QPushButton(QStringLiteral("Elegir…"), page);
-        row->addWidget(edit, 1);
-        row->addWidget(button);
-        return row;
-    };
-    dest->addRow(QStringLiteral("Disco de trabajo:"), pathRow(_working, _chooseWorking));
-    _working->setPlaceholderText(kChooseWorking);
-    _backupOn = new QCheckBox(QStringLiteral("Copia de seguridad:"), page);
-    dest->addRow(_backupOn, pathRow(_backup, _chooseBackup));
-    _backup->setPlaceholderText(QStringLiteral("Elige el disco de la copia de seguridad"));
-    left->addLayout(dest);
-    _backupNote = dimLabel(kOneRead, page);
-    left->addWidget(_backupNote);
-
-    left->addWidget(sectionLabel(QStringLiteral("Carpetas"), page));
-    auto *folders = new QFormLayout;
-    folders->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
-    _structure = new QComboBox(page);
-    for (IngestStructure s : IngestStructures::all())
-        _structure->addItem(IngestStructures::label(s), IngestStructures::rawValue(s));
-    folders->addRow(QStringLiteral("Estructura:"), _structure);
-    _session = new QLineEdit(page);
-    _session->setPlaceholderText(QStringLiteral("p. ej. Boda Marta y Luis"));
-    folders->addRow(QStringLiteral("Nombre de la sesión"), _session);
-    left->addLayout(folders);
-
-    left->addWidget(sectionLabel(QStringLiteral("Opciones"), page));
-    _skipImported = addOption(left, QStringLiteral("No volver a importar lo ya importado"),
-                              QStringLiteral("Reconoce las imágenes que ya copiaste de esta tarjeta aunque cambies carpetas o nombres."));
-    _video = addOption(left, QStringLiteral("Importar también los vídeos"), QStringLiteral("MOV, MP4, MTS…"));
-    _verify = addOption(left, QStringLiteral("Verificar las copias"),
-                        QStringLiteral("Al terminar, lee de nuevo cada copia desde el disco y la compara con el original "
-                                       "(huella SHA-256). Con SSD apenas añade tiempo; con disco de plato, casi lo mismo que la copia."));
-    _eject = addOption(left, QStringLiteral("Expulsar la tarjeta al terminar"), QStringLiteral("Solo si no hubo errores."));
-    _open = addOption(left, QStringLiteral("Abrir la carpeta en Corvane al terminar"), QString());
-    left->addStretch();
-
-    // Right: names and the preview of what the disks will hold.
-    auto *rightPane = new QWidget(page);
-    auto *right = new QVBoxLayout(rightPane);
-    right->setContentsMargins(0, 0, 0, 0);
-    columns->addWidget(rightPane, 1);
-    right->addWidget(sectionLabel(QStringLiteral("Nombres"), page));
-    _rename = new QCheckBox(QStringLiteral("Renombrar los archivos"), page);
-    right->addWidget(_rename);
-    _keepNames = dimLabel(kKeepNames, page);
-    right->addWidget(_keepNames);
-    _editor = new BlockEditor(page);
-    right->addWidget(_editor);
-
-    right->addWidget(sectionLabel(QStringLiteral("Así quedará"), page));
-    _preview = new QLabel(page);
-    _preview->setObjectName(QStringLiteral("importPreview"));
-    _preview->setTextFormat(Qt::PlainText);
-    _preview->setWordWrap(true);
-    _preview->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    _preview->setAlignment(Qt::AlignTop | Qt::AlignLeft);
-    _preview->setMinimumHeight(120);
-    _preview->setStyleSheet(QStringLiteral("#importPreview { background: #232323; border: 1px solid #3a3a3a; "
-                                           "border-radius: 6px; padding: 8px; font-family: monospace; }"));
-    right->addWidget(_preview);
-    right->addStretch();
-    columns->setAlignment(leftPane, Qt::AlignTop);
-    columns->setAlignment(rightPane, Qt::AlignTop);
-
-    // The bottom row, outside the two columns.
-    auto *bottom = new QHBoxLayout;
-    _problem = new QLabel(page);
-    _problem->setWordWrap(true);
-    _problem->setStyleSheet(QStringLiteral("color: #e07a6a;"));
-    bottom->addWidget(_problem, 1);
-    _close = new QPushButton(QStringLiteral("Cerrar"), page);
-    _start = new QPushButton(QStringLiteral("Importar"), page);
-    _start->setDefault(true);
-    _start->setMinimumWidth(260);
-    bottom->addWidget(_close);
-    bottom->addWidget(_start);
-    outer->addLayout(bottom);
-
-    connect(_sources, &QListWidget::itemSelectionChanged, this, &ImportWindow::sourceSelectionChanged);
-    connect(_chooseSource, &QPushButton::clicked, this, &ImportWindow::chooseSource);
-    connect(_chooseWorking, &QPushButton::clicked, this, [this] { chooseDestination(_working, kChooseWorking); });
-    connect(_chooseBackup, &QPushButton::clicked, this,
-            [this] { chooseDestination(_backup, QStringLiteral("Elige el disco de la copia de seguridad")); });
-    for (QLineEdit *e : {_working, _backup}) {
-        connect(e, &QLineEdit::textChanged, this, &ImportWindow::schedulePreview);
-        connect(e, &QLineEdit::editingFinished, this, &ImportWindow::saveSettings);
-    }
-    connect(_backupOn, &QCheckBox::toggled, this, [this](bool on) {
-        _backup->setEnabled(on);
-        _chooseBackup->setEnabled(on);
-        _backupNote->setVisible(on);
-        saveSettings();
-        schedulePreview();
-    });
-    connect(_structure, &QComboBox::currentIndexChanged, this, [this] {
-        saveSettings();
-        schedulePreview();
-    });
-    connect(_session, &QLineEdit::textChanged, this, [this] {
-        updateSampleValues();
-        schedulePreview();
-    });
-    connect(_rename, &QCheckBox::toggled, this, [this] {
-        updateRenameState();
-        saveSettings();
-        schedulePreview();
-    });
-    connect(_editor, &BlockEditor::edited, this, [this] {
-        saveSettings();
-        schedulePreview();
-    });
-    connect(_start, &QPushButton::clicked, this, &ImportWindow::startImport);
-    connect(_close, &QPushButton::clicked, this, &ImportWindow::close);
-    return scroll;
-}
-
-QWidget *ImportWindow::buildProgressPage()
-{
-    auto *page = new QWidget(this);
-    auto *v = new QVBoxLayout(page);
-    v->setContentsMargins(0, 24, 0, 0);
-    _phase = new QLabel(page);
-    QFont f = _phase->font();
-    f.setPointSizeF(f.pointSizeF() * 1.25);
-    f.setBold(true);
-    _phase->setFont(f);
-    v->addWidget(_phase);
-    _bar = new QProgressBar(page);
-    _bar->setRange(0, 1000);
-    _bar->setTextVisible(false);
-    v->addWidget(_bar);
-    auto *numbers = new QHBoxLayout;
-    _files = new QLabel(page);
-    _bytes = new QLabel(page);
-    numbers->addWidget(_files);
-    numbers->addSpacing(24);
-    numbers->addWidget(_bytes);
-    numbers->addStretch();
-    _rate = new QLabel(page);
-    numbers->addWidget(_rate);
-    v->addLayout(numbers);
-    _current = dimLabel(QString(), page);
-    _current->setTextFormat(Qt::PlainText);
-    v->addWidget(_current);
-    v->addStretch();
-    auto *bottom = new QHBoxLayout;
-    bottom->addStretch();
-    _cancel = new QPushButton(QStringLiteral("Cancelar"), page);
-    bottom->addWidget(_cancel);
-    v->addLayout(bottom);
-    connect(_cancel, &QPushButton::clicked, this, [this] {
-        _cancel->setEnabled(false);
-        _runner->cancel();
-    });
-    return page;
-}
-
-QWidget *ImportWindow::buildSummaryPage()
-{
-    auto *page = new QWidget(this);
-    auto *v = new QVBoxLayout(page);
-    v->setContentsMargins(0, 24, 0, 0);
-    _sumTitle = new QLabel(page);
-    QFont f = _sumTitle->font();
-    f.setPointSizeF(f.pointSizeF() * 1.35);
-    f.setBold(true);
-    _sumTitle->setFont(f);
-    v->addWidget(_sumTitle);
-    _sumBody = new QLabel(page);
-    _sumBody->setWordWrap(true);
-    v->addWidget(_sumBody);
-
-    auto *scroll = new QScrollArea(page);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    _destBoxes = new QWidget(scroll);
-    auto *boxes = new QVBoxLayout(_destBoxes);
-    boxes->setContentsMargins(0, 8, 0, 0);
-    scroll->setWidget(_destBoxes);
-    v->addWidget(scroll, 1);
-
-    _ejectResult = new QLabel(page);
-    v->addWidget(_ejectResult);
-    auto *verifyRow = new QHBoxLayout;
-    _verifyNow = new QPushButton(QStringLiteral("Verificar ahora"), page);
-    verifyRow->addWidget(_verifyNow);
-    _verifyNowNote = dimLabel(kVerifyNowNote, page);
-    verifyRow->addWidget(_verifyNowNote, 1);
-    v->addLayout(verifyRow);
-
-    auto *bottom = new QHBoxLayout;
-    _openResult = new QPushButton(QStringLiteral("Abrir en Corvane"), page);
-    bottom->addWidget(_openResult);
-    bottom->addStretch();
-    _again = new QPushButton(QStringLiteral("Importar más"), page);
-    _sumClose = new QPushButton(QStringLiteral("Cerrar"), page);
-    bottom->addWidget(_again);
-    bottom->addWidget(_sumClose);
-    v->addLayout(bottom);
-
-    connect(_verifyNow, &QPushButton::clicked, this, [this] {
-        if (!_runner->verifyNow())
-            return;
-        _verifyNowRun = true;
-        _cancel->setEnabled(true);
-        _phase->setText(ingestPhaseText(IngestPhase::verifying));
-        _pages->setCurrentIndex(int(Page::progress));
-    });
-    connect(_openResult, &QPushButton::clicked, this, [this] {
+    connect(_choices, &ImportChoicesPage::startRequested, this, &ImportWindow::startImport);
+    connect(_choices, &ImportChoicesPage::closeRequested, this, &ImportWindow::close);
+    connect(_summary, &ImportSummaryPage::verifyNowRequested, this, &ImportWindow::verifyNow);
+    connect(_summary, &ImportSummaryPage::openRequested, this, [this] {
         if (!_runner->resultFolder().isEmpty())
             emit openFolderRequested(_runner->resultFolder());
     });
-    connect(_again, &QPushButton::clicked, this, &ImportWindow::backToSetup);
-    connect(_sumClose, &QPushButton::clicked, this, &ImportWindow::close);
-    return page;
+    connect(_summary, &ImportSummaryPage::againRequested, this, &ImportWindow::backToSetup);
+    connect(_summary, &ImportSummaryPage::closeRequested, this, &ImportWindow::close);
+    connect(_runner, &IngestRunner::finished, this, &ImportWindow::onFinished);
 }
 
-// ----- Settings
-
-void ImportWindow::loadSettings()
-{
-    _loading = true;
-    const IngestSettings s = IngestSettings::load();
-    _working->setText(s.dest);
-    _backupOn->setChecked(s.backupOn);
-    _backup->setText(s.backup);
-    _backup->setEnabled(s.backupOn);
-    _chooseBackup->setEnabled(s.backupOn);
-    _backupNote->setVisible(s.backupOn);
-    _structure->setCurrentIndex(qMax(0, _structure->findData(IngestStructures::rawValue(s.structure))));
-    _rename->setChecked(s.renameOn);
-    _editor->setPattern(s.pattern());
-    _editor->setStart(s.start);
-    _editor->setDigits(int(std::clamp<qint64>(s.digits, 1, 6)));
-    _skipImported->setChecked(s.skipImported);
-    _video->setChecked(s.video);
-    _verify->setChecked(s.fullVerify);
-    _eject->setChecked(s.eject);
-    _open->setChecked(s.open);
-    _loading = false;
-}
-
-void ImportWindow::saveSettings()
-{
-    if (_loading)
-        return;
-    IngestSettings s;
-    s.dest = _working->text().trimmed();
-    s.backupOn = _backupOn->isChecked();
-    s.backup = _backup->text().trimmed();
-    s.structure = IngestStructures::fromRawValue(_structure->currentData().toString()).value_or(IngestStructure::yearDate);
-    s.renameOn = _rename->isChecked();
-    s.namePattern = _editor->pattern().toJsonText();
-    s.start = _editor->start();
-    s.digits = _editor->digits();
-    s.skipImported = _skipImported->isChecked();
-    s.video = _video->isChecked();
-    s.fullVerify = _verify->isChecked();
-    s.eject = _eject->isChecked();
-    s.open = _open->isChecked();
-    s.save();
-}
-
-IngestOptions ImportWindow::currentOptions() const
-{
-    IngestOptions o;
-    o.structure = IngestStructures::fromRawValue(_structure->currentData().toString()).value_or(IngestStructure::yearDate);
-    o.session = _session->text();
-    o.rename = _rename->isChecked();
-    o.pattern = _editor->pattern();
-    o.start = _editor->start();
-    o.digits = _editor->digits();
-    o.skipImported = _skipImported->isChecked();
-    o.video = _video->isChecked();
-    o.verify = _verify->isChecked();
-    o.eject = _eject->isChecked();
-    return o;
-}
-
-// ----- The source
-
-void ImportWindow::setCardFinder(std::function<QList<CardVolume>()> finder)
-{
-    _findCards = std::move(finder);
-    refreshCards();
-}
-
-void ImportWindow::refreshCards()
-{
-    const QList<CardVolume> cards = _findCards ? _findCards() : QList<CardVolume>();
-    bool same = cards.size() == _cards.size();
-    for (int i = 0; same && i < cards.size(); ++i)
-        same = cards[i].root == _cards[i].root && cards[i].name == _cards[i].name;
-    if (!same) {
-        _cards = cards;
-        rebuildSourceList();
-    }
-    _noCard->setVisible(_cards.isEmpty());
-
-    bool sourceListed = !_source.isEmpty() && _source == _chosenFolder;
-    for (const CardVolume &c : std::as_const(_cards))
-        sourceListed = sourceListed || c.root == _source;
-    if (_source.isEmpty() && !_cards.isEmpty() && page() == Page::setup) {
-        setSource(_cards.constFirst().root);   // a card just inserted is what the photographer means
-    } else if (!_source.isEmpty() && !sourceListed) {
-        // The card we were showing is gone.
-        if (_readCancel)
-            _readCancel->cancel();
-        ++_readGeneration;
-        _source.clear();
-        _items.clear();
-        _reading = false;
-        _readError.clear();
-        _sourceInfo->clear();
-        schedulePreview();
-    }
-}
-
-void ImportWindow::rebuildSourceList()
-{
-    // Cards first, then the folder chosen by hand; the selection follows the source.
-    const QSignalBlocker block(_sources);
-    _sources->clear();
-    for (const CardVolume &c : std::as_const(_cards)) {
-        auto *item = new QListWidgetItem(QStringLiteral("%1   —   %2").arg(c.name, c.root), _sources);
-        item->setData(Qt::UserRole, c.root);
-        item->setToolTip(c.root);
-    }
-    bool chosenIsCard = false;
-    for (const CardVolume &c : std::as_const(_cards))
-        chosenIsCard = chosenIsCard || c.root == _chosenFolder;
-    if (!_chosenFolder.isEmpty() && !chosenIsCard) {
-        auto *item = new QListWidgetItem(
-            QStringLiteral("Carpeta: %1   —   %2").arg(QFileInfo(_chosenFolder).fileName(), _chosenFolder), _sources);
-        item->setData(Qt::UserRole, _chosenFolder);
-        item->setToolTip(_chosenFolder);
-    }
-    for (int i = 0; i < _sources->count(); ++i)
-        if (_sources->item(i)->data(Qt::UserRole).toString() == _source)
-            _sources->setCurrentRow(i);
-    _sources->setVisible(_sources->count() > 0);
-}
-
-void ImportWindow::sourceSelectionChanged()
-{
-    QListWidgetItem *item = _sources->currentItem();
-    if (item && item->isSelected() && item->data(Qt::UserRole).toString() != _source)
-        setSource(item->data(Qt::UserRole).toString());
-}
-
-void ImportWindow::chooseSource()
-{
-    const QString start = _source.isEmpty() ? QDir::homePath() : _source;
-    const QString folder = _pickFolder(kTitle, QStringLiteral("Importar desde aquí"), start);
-    if (folder.isEmpty())
-        return;
-    setSource(folder);
-}
-
-void ImportWindow::setSource(const QString &folder)
-{
-    const QString path = QDir::cleanPath(folder);
-    bool isCard = false;
-    for (const CardVolume &c : std::as_const(_cards))
-        isCard = isCard || c.root == path;
-    if (!isCard)
-        _chosenFolder = path;
-    const bool again = path == _source && (_reading || !_items.isEmpty());
-    _source = path;
-    rebuildSourceList();
-    if (!again)
-        readSource();
-}
-
-void ImportWindow::readSource()
-{
-    if (_readCancel)
-        _readCancel->cancel();
-    const quint64 generation = ++_readGeneration;
-    _items.clear();
-    _readError.clear();
-    _reading = true;
-    _sourceInfo->setText(kReading);
-    updatePreview();
-
-    // Videos are always read, so the video option only filters and never reads the card again.
-    auto cancel = std::make_shared<IngestCancel>();
-    _readCancel = cancel;
-    const QString root = _source;
-    QFuture<void> previous = _readFuture;
-    _readFuture = QtConcurrent::run([this, cancel, generation, root, previous]() mutable {
-        previous.waitForFinished();
-        const CardScan scan = CardScanner::scan(root, true, cancel.get(), [this, cancel, generation](int done, int total) {
-            if (cancel->cancelled())
-                return;
-            QMetaObject::invokeMethod(this, [this, generation, done, total] {
-                if (generation == _readGeneration && _reading)
-                    _sourceInfo->setText(total > 0 ? QStringLiteral("%1 %2 de %3").arg(kReading).arg(done).arg(total)
-                                                   : QStringLiteral("%1 %2 archivos").arg(kReading).arg(done));
-            }, Qt::QueuedConnection);
-        });
-        if (scan.cancelled || cancel->cancelled())
-            return;
-        const QSet<QString> imported = ImportedRecord::load();
-        QMetaObject::invokeMethod(this, [this, generation, items = scan.items, error = scan.error, imported] {
-            scanFinished(generation, items, error, imported);
-        }, Qt::QueuedConnection);
-    });
-}
-
-void ImportWindow::scanFinished(quint64 generation, const QList<IngestItem> &items, const QString &error, const QSet<QString> &imported)
-{
-    if (generation != _readGeneration)
-        return;
-    _reading = false;
-    _items = items;
-    _imported = imported;
-    _readError = error;
-    updateSampleValues();
-    updatePreview();
-}
-
-void ImportWindow::chooseDestination(QLineEdit *field, const QString &title)
-{
-    const QString start = field->text().isEmpty() ? QDir::homePath() : field->text();
-    const QString folder = _pickFolder(title, QStringLiteral("Elegir"), start);
-    if (folder.isEmpty())
-        return;
-    field->setText(QDir::cleanPath(folder));
-    saveSettings();
-    schedulePreview();
-}
-
-// ----- Preview
-
-void ImportWindow::updateRenameState()
-{
-    const bool on = _rename->isChecked();
-    _editor->setVisible(on);
-    _keepNames->setVisible(!on);
-}
-
-void ImportWindow::updateSampleValues()
-{
-    // The chips show the first file of the card when there is one.
-    NameValues v = NameValues::sample();
-    QString ext = QStringLiteral(".NEF");
-    if (!_items.isEmpty()) {
-        const IngestItem &first = _items.constFirst();
-        v.date = first.date;
-        v.camera = first.camera;
-        v.original = FileKinds::baseNameOf(first.url);
-        const QString e = QFileInfo(first.url).suffix();
-        ext = e.isEmpty() ? QString() : QLatin1Char('.') + e;
-        v.folder = QFileInfo(first.url).dir().dirName();
-    }
-    v.session = _session->text();
-    _editor->setSampleValues(v);
-    _editor->setSampleExtension(ext);
-}
-
-QString ImportWindow::destinationProblem() const
-{
-    const QString working = _working->text().trimmed();
-    if (working.isEmpty())
-        return kChooseWorking;
-    if (!QFileInfo(working).isDir())
-        return QStringLiteral("No se encuentra la carpeta del disco de trabajo: %1").arg(working);
-    if (_backupOn->isChecked()) {
-        const QString backup = _backup->text().trimmed();
-        if (backup.isEmpty())
-            return QStringLiteral("Elige el disco de la copia de seguridad o desactiva la copia.");
-        if (!QFileInfo(backup).isDir())
-            return QStringLiteral("No se encuentra la carpeta de la copia de seguridad: %1").arg(backup);
-        if (canonical(backup) == canonical(working))
-            return QStringLiteral("La copia de seguridad tiene que ir a otra carpeta que la del disco de trabajo.");
-    }
-    if (!_source.isEmpty()) {
-        const QString src = canonical(_source) + QLatin1Char('/');
-        for (const QString &d : {working, _backupOn->isChecked() ? _backup->text().trimmed() : QString()})
-            if (!d.isEmpty() && (canonical(d) + QLatin1Char('/')).startsWith(src))
-                return QStringLiteral("El destino no puede estar dentro de la carpeta que se importa.");
-    }
-    return {};
-}
-
-void ImportWindow::schedulePreview()
-{
-    _previewDelay->start();
-}
-
-void ImportWindow::updatePreview()
-{
-    const QString problem = destinationProblem();
-    const IngestOptions options = currentOptions();
-    const QString verifySuffix = options.verify ? QStringLiteral(" · con verificación") : QString();
-    QString button = QStringLiteral("Importar") + verifySuffix;
-    bool canStart = problem.isEmpty() && !_source.isEmpty() && !_reading && _readError.isEmpty();
-
-    QList<IngestItem> items;
-    for (const IngestItem &i : std::as_const(_items))
-        if (!i.isVideo || options.video)
-            items.append(i);
-
-    QString preview;
-    if (_source.isEmpty()) {
-        preview = QStringLiteral("Elige una tarjeta o una carpeta de origen.");
-    } else if (_reading) {
-        preview = kReading;
-    } else if (!_readError.isEmpty()) {
-        preview = _readError;
-        _sourceInfo->setText(_readError);
-    } else if (items.isEmpty()) {
-        preview = QStringLiteral("No hay imágenes que importar en esta carpeta.");
-        _sourceInfo->setText(preview);
-        canStart = false;
-    } else {
-        qint64 bytes = 0;
-        int videos = 0;
-        for (const IngestItem &i : std::as_const(items)) {
-            bytes += i.size;
-            videos += i.isVideo ? 1 : 0;
-        }
-        const int images = int(items.size()) - videos;
-        QString info = images == 1 ? QStringLiteral("1 imagen") : QStringLiteral("%1 imágenes").arg(images);
-        if (videos > 0)
-            info += videos == 1 ? QStringLiteral(" y 1 vídeo") : QStringLiteral(" y %1 vídeos").arg(videos);
-        _sourceInfo->setText(info + QStringLiteral(" · ") + formatBytes(bytes));
-
-        // The plan of this run alone: quick, and what the copy will do unless a destination
-        // already holds a file of the same name.
-        IngestPlanner::Input in;
-        in.items = items;
-        in.options = options;
-        in.destRoots = QStringList{_working->text().trimmed().isEmpty() ? QStringLiteral("/") : _working->text().trimmed()};
-        if (_backupOn->isChecked() && !_backup->text().trimmed().isEmpty())
-            in.destRoots.append(_backup->text().trimmed());
-        in.imported = _imported;
-        in.check = IngestPlanner::DestinationCheck::none;
-        const IngestPlan plan = IngestPlanner::plan(in);
-        if (plan.nothingToDo()) {
-            preview = kNothingToDo;
-        } else {
-            QStringList lines;
-            for (int i = 0; i < plan.files.size() && i < kPreviewLines; ++i)
-                lines << plan.files[i].relPath;
-            if (plan.files.size() > kPreviewLines)
-                lines << QStringLiteral("… y %1 más").arg(plan.files.size() - kPreviewLines);
-            if (plan.skippedImported > 0)
-                lines << QString() << (plan.skippedImported == 1 ? QStringLiteral("1 archivo ya importado se deja fuera.")
-                                                                 : QStringLiteral("%1 archivos ya importados se dejan fuera.").arg(plan.skippedImported));
-            preview = lines.join(QLatin1Char('\n'));
-            const int n = int(plan.files.size());
-            button = (n == 1 ? QStringLiteral("Importar 1 archivo") : QStringLiteral("Importar %1 archivos").arg(n)) + verifySuffix;
-        }
-    }
-    if (_working->text().trimmed().isEmpty())
-        button = kChooseWorking;
-    _preview->setText(preview);
-    _problem->setText(problem == kChooseWorking ? QString() : problem);
-    _start->setText(button);
-    _start->setEnabled(canStart);
-}
-
-// ----- Running
-
-void ImportWindow::startImport()
-{
-    _previewDelay->stop();
-    updatePreview();
-    if (!_start->isEnabled())
-        return;
-    saveSettings();
-    IngestRequest request;
-    request.source = _source;
-    request.working = _working->text().trimmed();
-    request.backup = _backupOn->isChecked() ? _backup->text().trimmed() : QString();
-    request.options = currentOptions();
-    request.known = _items;   // read for the preview: only new files are read again
-    if (!_runner->start(request))
-        return;
-    _verifyNowRun = false;
-    _cancel->setEnabled(true);
-    _phase->setText(kReading);
-    _bar->setRange(0, 0);
-    _files->clear();
-    _bytes->clear();
-    _rate->clear();
-    _current->clear();
-    _pages->setCurrentIndex(int(Page::progress));
-}
-
-void ImportWindow::onPhase()
-{
-    const QString text = ingestPhaseText(_runner->phase());
-    if (!text.isEmpty())
-        _phase->setText(text);
-    onProgress();
-}
-
-void ImportWindow::onProgress()
-{
-    const IngestRunner &r = *_runner;
-    const qint64 total = r.bytesTotal();
-    if (total > 0) {
-        _bar->setRange(0, 1000);
-        _bar->setValue(int(std::clamp<qint64>(r.bytesDone() * 1000 / total, 0, 1000)));
-        _bytes->setText(QStringLiteral("%1 de %2").arg(formatBytes(r.bytesDone()), formatBytes(total)));
-    } else {
-        _bar->setRange(0, 0);   // reading the card: no size known yet
-        _bytes->clear();
-    }
-    _files->setText(r.total() > 0 ? QStringLiteral("%1 de %2 archivos").arg(r.done()).arg(r.total())
-                                  : (r.done() > 0 ? QStringLiteral("%1 archivos").arg(r.done()) : QString()));
-    _current->setText(r.currentName());
-    const double rate = r.rate();
-    if (rate > 0 && total > 0) {
-        QString text = formatBytes(qint64(rate)) + QStringLiteral("/s");
-        const int left = r.secondsLeft();
-        if (left >= 0)
-            text += QStringLiteral(" · quedan ") + formatDuration(left);
-        _rate->setText(text);
-    } else {
-        _rate->clear();
-    }
-}
-
-void ImportWindow::onFinished()
-{
-    showSummary();
-    const IngestReport &report = _runner->report();
-    if (!_verifyNowRun && _open->isChecked() && !report.cancelled && !report.resultFolder.isEmpty()
-        && QFileInfo(report.resultFolder).isDir())
-        emit openFolderRequested(report.resultFolder);
-}
-
-void ImportWindow::showSummary()
-{
-    const IngestReport &report = _runner->report();
-    _sumTitle->setText(report.summary.title);
-    _sumBody->setText(report.summary.body);
-
-    auto *layout = static_cast<QVBoxLayout *>(_destBoxes->layout());
-    while (QLayoutItem *item = layout->takeAt(0)) {
-        if (item->widget())
-            item->widget()->deleteLater();
-        delete item;
-    }
-    auto addLine = [](QVBoxLayout *l, const QString &text, QWidget *parent, const QString &style = {}) {
-        auto *label = new QLabel(text, parent);
-        label->setTextFormat(Qt::PlainText);
-        label->setWordWrap(true);
-        label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        if (!style.isEmpty())
-            label->setStyleSheet(style);
-        l->addWidget(label);
-        return label;
-    };
-    const QString errorStyle = QStringLiteral("color: #e07a6a;");
-    if (!report.errors.isEmpty()) {
-        auto *box = new QFrame(_destBoxes);
-        auto *v = new QVBoxLayout(box);
-        for (const QString &e : report.errors)
-            addLine(v, e, box, errorStyle);
-        layout->addWidget(box);
-    }
-    for (const DestResult &d : report.dests) {
-        auto *box = new QFrame(_destBoxes);
-        box->setObjectName(QStringLiteral("destBox"));
-        box->setStyleSheet(QStringLiteral("#destBox { background: #262626; border: 1px solid #3a3a3a; border-radius: 6px; }"));
-        auto *v = new QVBoxLayout(box);
-        QLabel *head = addLine(v, (d.id == 0 ? QStringLiteral("Disco de trabajo: ") : QStringLiteral("Copia de seguridad: ")) + d.root, box);
-        QFont bold = head->font();
-        bold.setBold(true);
-        head->setFont(bold);
-        addLine(v, d.statusText(), box, d.hasErrors() ? errorStyle : QString());
-        QStringList counts{QStringLiteral("Copiadas: %1").arg(d.copied), QStringLiteral("Ya estaban en el disco: %1").arg(d.skipped)};
-        if (d.failed > 0)
-            counts << QStringLiteral("Fallidas: %1").arg(d.failed);
-        addLine(v, counts.join(QStringLiteral(" · ")), box);
-        if (d.verifiedDone) {
-            QString line = QStringLiteral("Verificadas: %1").arg(d.verifiedOK);
-            if (d.verifyBad > 0)
-                line += QStringLiteral(" · No coinciden: %1").arg(d.verifyBad);
-            addLine(v, line, box, d.verifyBad > 0 ? errorStyle : QString());
-        }
-        for (const QString &e : d.errors)
-            addLine(v, e, box, errorStyle);
-        layout->addWidget(box);
-    }
-    layout->addStretch();
-
-    _ejectResult->setText(report.ejectMessage);
-    _ejectResult->setVisible(!report.ejectMessage.isEmpty());
-    const bool canVerify = !report.verified && !report.cancelled && !report.records.isEmpty();
-    _verifyNow->setVisible(canVerify);
-    _verifyNowNote->setVisible(canVerify);
-    _openResult->setEnabled(!report.resultFolder.isEmpty() && QFileInfo(report.resultFolder).isDir());
-    _pages->setCurrentIndex(int(Page::summary));
-}
-
-QString ImportWindow::destinationsText() const
-{
-    QStringList lines;
-    const QList<QLabel *> labels = _destBoxes->findChildren<QLabel *>();
-    for (QLabel *l : labels)
-        if (!l->text().isEmpty())
-            lines << l->text();
-    return lines.join(QLatin1Char('\n'));
-}
-
-void ImportWindow::backToSetup()
-{
-    _pages->setCurrentIndex(int(Page::setup));
-    refreshCards();
-    // The record and the destinations changed: read the source again for a true preview.
-    if (!_source.isEmpty())
-        readSource();
-    else
-        updatePreview();
-}
+ImportWindow::~ImportWindow() = default;
 
 ImportWindow::Page ImportWindow::page() const
 {
     return Page(_pages->currentIndex());
+}
+
+void ImportWindow::showPage(Page page)
+{
+    _choices->setCurrent(page == Page::setup);
+    _pages->setCurrentIndex(int(page));
+}
+
+void ImportWindow::startImport()
+{
+    const std::optional<IngestRequest> request = _choices->request();
+    if (!request || !_runner->start(*request))
+        return;
+    _verifyNowRun = false;
+    _progress->begin(ingestPhaseText(IngestPhase::scanning), true);
+    showPage(Page::progress);
+}
+
+void ImportWindow::verifyNow()
+{
+    if (!_runner->verifyNow())
+        return;
+    _verifyNowRun = true;
+    _progress->begin(ingestPhaseText(IngestPhase::verifying), false);
+    showPage(Page::progress);
+}
+
+void ImportWindow::onFinished()
+{
+    const IngestReport &report = _runner->report();
+    _summary->showReport(report);
+    showPage(Page::summary);
+    if (!_verifyNowRun && _choices->openWhenDone() && !report.cancelled && !report.resultFolder.isEmpty()
+        && QFileInfo(report.resultFolder).isDir())
+        emit openFolderRequested(report.resultFolder);
+}
+
+void ImportWindow::backToSetup()
+{
+    showPage(Page::setup);
+    // The record and the destinations changed: read the source again for a true preview.
+    _choices->readAgain();
 }
 
 void ImportWindow::showEvent(QShowEvent *event)
@@ -944,7 +121,7 @@ void ImportWindow::showEvent(QShowEvent *event)
     QWidget::showEvent(event);
     if (page() == Page::summary && !_runner->busy())
         backToSetup();
-    refreshCards();
+    _choices->refreshCards();
     _cardPoll->start();
 }
 
@@ -961,35 +138,6 @@ void ImportWindow::closeEvent(QCloseEvent *event)
         _runner->cancel();
     }
     _cardPoll->stop();
-    saveSettings();
+    _choices->saveSettings();
     QWidget::closeEvent(event);
-}
-
-// ----- Texts
-
-QString ImportWindow::formatBytes(qint64 bytes)
-{
-    static const char *const units[] = {"kB", "MB", "GB", "TB"};
-    if (bytes < 1000)
-        return bytes == 1 ? QStringLiteral("1 byte") : QStringLiteral("%1 bytes").arg(bytes);
-    double v = double(bytes);
-    int u = -1;
-    while (v >= 1000 && u < 3) {
-        v /= 1000;
-        ++u;
-    }
-    const QLocale es(QLocale::Spanish, QLocale::Spain);
-    return es.toString(v, 'f', v < 10 ? 1 : 0) + QLatin1Char(' ') + QLatin1String(units[u]);
-}
-
-QString ImportWindow::formatDuration(int seconds)
-{
-    if (seconds < 60)
-        return QStringLiteral("%1 s").arg(seconds);
-    if (seconds < 3600) {
-        const int s = seconds % 60;
-        return s ? QStringLiteral("%1 min %2 s").arg(seconds / 60).arg(s) : QStringLiteral("%1 min").arg(seconds / 60);
-    }
-    const int m = seconds % 3600 / 60;
-    return m ? QStringLiteral("%1 h %2 min").arg(seconds / 3600).arg(m) : QStringLiteral("%1 h").arg(seconds / 3600);
 }

@@ -1,5 +1,7 @@
 #include "infopanel.h"
 
+#include "datasize.h"
+
 #include "browser/appstate.h"
 
 #include <QLabel>
@@ -120,7 +122,7 @@ void InfoPanel::refresh()
             values[QStringLiteral("Fecha")] = es.toString(*d, QStringLiteral("d MMM yyyy, HH:mm:ss"));
         else if (p->fileModified)
             values[QStringLiteral("Fecha")] = es.toString(p->fileModified->toLocalTime(), QStringLiteral("d MMM yyyy, HH:mm:ss"));
-        values[QStringLiteral("Tamaño")] = es.formattedDataSize(p->fileSize, 1, QLocale::DataSizeSIFormat);
+        values[QStringLiteral("Tamaño")] = dataSizeText(p->fileSize);
         QStringList names;
         for (const QString &f : p->files())
             names << f.mid(f.lastIndexOf(QLatin1Char('/')) + 1);

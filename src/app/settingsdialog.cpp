@@ -1,6 +1,8 @@
 #include "settingsdialog.h"
 #include "util/settings.h"
 
+#include "datasize.h"
+
 #include "camera/camerahub.h"
 #include "imaging/diskimagecache.h"
 #include "browser/appstate.h"
@@ -273,21 +275,6 @@ QWidget *SettingsDialog::imagePage()
     return page;
 }
 
-QString SettingsDialog::formatBytes(qint64 bytes)
-{
-    if (bytes < 1000)
-        return QStringLiteral("%1 bytes").arg(qMax<qint64>(0, bytes));
-    static const char *const units[] = {"kB", "MB", "GB", "TB"};
-    double v = double(bytes) / 1000;
-    int unit = 0;
-    while (v >= 999.95 && unit < 3) {
-        v /= 1000;
-        ++unit;
-    }
-    return QStringLiteral("%1 %2").arg(QString::number(v, 'f', 1).replace(QLatin1Char('.'), QLatin1Char(',')),
-                                       QLatin1String(units[unit]));
-}
-
 void SettingsDialog::measureCaches()
 {
     _cacheSizes->setText(QStringLiteral("Calculando el tamaño de la caché…"));
@@ -296,7 +283,7 @@ void SettingsDialog::measureCaches()
         return std::pair(DiskImageCache::thumbs().totalSize(), DiskImageCache::previews().totalSize());
     }).then(this, [this](std::pair<qint64, qint64> sizes) {
         _cacheSizes->setText(QStringLiteral("Miniaturas: %1 · Vistas previas: %2")
-                                 .arg(formatBytes(sizes.first), formatBytes(sizes.second)));
+                                 .arg(dataSizeText(sizes.first), dataSizeText(sizes.second)));
         emit cacheSizesShown();
     });
 }

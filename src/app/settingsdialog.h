@@ -40,9 +40,6 @@ public:
     QLabel *cameraPasswordLabel() const { return _cameraPassword; }
     QPushButton *renewPasswordButton() const { return _renewPassword; }
 
-    // "1,2 GB": sizes as the Imagen page writes them.
-    static QString formatBytes(qint64 bytes);
-
 signals:
     void previewSettingsChanged();   // resolution or prefetch distance
     void cachesEmptied();            // both disk caches are empty now; memory is the window's

