@@ -1,6 +1,7 @@
 #include "diskimagecache.h"
 #include "imagedecoder.h"
 #include "vipsbitmap.h"
+#include "util/fileio.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -198,16 +199,7 @@ bool DiskImageCache::store(const QImage &image, const QString &key) const
         return false;
     // No fsync: an entry lost in a crash is only decoded again (a damaged one fails to load and is
     // overwritten), and a sync per thumbnail would cost more than that.
-    bool written = true;
-    for (qsizetype done = 0; written && done < jpeg.size();) {
-        const ssize_t n = ::write(fd, jpeg.constData() + done, size_t(jpeg.size() - done));
-        if (n > 0)
-            done += n;
-        else if (n < 0 && errno == EINTR)
-            continue;
-        else
-            written = false;
-    }
+    bool written = FileIo::writeFully(fd, jpeg.constData(), jpeg.size());
     if (::close(fd) != 0)
         written = false;
     if (written && ::rename(temp.constData(), final.constData()) == 0)

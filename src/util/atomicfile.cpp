@@ -1,5 +1,7 @@
 #include "atomicfile.h"
 
+#include "fileio.h"
+
 #include <QFile>
 #include <QUuid>
 
@@ -52,20 +54,11 @@ Result write(const QString &target, const QByteArray &data)
     const int fd = failHere("open") ? -1 : ::open(tempNative.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0)
         return fail(errno);
-    const char *p = data.constData();
-    qsizetype left = data.size();
-    while (left > 0) {
-        const ssize_t n = failHere("write") ? -1 : ::write(fd, p, size_t(left));
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            const int e = errno;
-            ::close(fd);
-            ::unlink(tempNative.constData());
-            return fail(e);
-        }
-        p += n;
-        left -= n;
+    if (failHere("write") || !FileIo::writeFully(fd, data.constData(), data.size())) {
+        const int e = errno;
+        ::close(fd);
+        ::unlink(tempNative.constData());
+        return fail(e);
     }
     if (failHere("sync") || ::fsync(fd) != 0) {
         const int e = errno;
