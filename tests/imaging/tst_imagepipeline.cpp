@@ -122,6 +122,27 @@ private slots:
         QCOMPARE(order, QStringList({"normal", "high", "newer normal", "low"}));
     }
 
+    void workQueueLetsGoOfRunAndCancelledWork()
+    {
+        // Each work holds its own job, as a caller that must recognise its job later does: once
+        // the job has run or been cancelled, nothing may keep that loop alive.
+        WorkQueue q("test", 1);
+        QSemaphore gate;
+        q.submit([&] { gate.acquire(); }, 100);   // holds the only worker
+        auto selfHeld = [&q](int priority) {
+            auto self = std::make_shared<WorkQueue::JobPtr>();
+            *self = q.submit([self] {}, priority);
+            return std::weak_ptr<WorkQueue::Job>(*self);
+        };
+        const std::weak_ptr<WorkQueue::Job> ran = selfHeld(0);
+        const std::weak_ptr<WorkQueue::Job> cancelled = selfHeld(0);
+        q.cancel(cancelled.lock());
+        QVERIFY(cancelled.expired());
+        gate.release();
+        q.waitForDone();
+        QVERIFY(ran.expired());
+    }
+
     void thumbnailsComeFromTheDiskCacheTheSecondTime()
     {
         QTemporaryDir dir;
