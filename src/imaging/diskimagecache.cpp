@@ -2,6 +2,7 @@
 #include "imagedecoder.h"
 #include "vipsbitmap.h"
 #include "util/fileio.h"
+#include "util/uniquefd.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -194,13 +195,13 @@ bool DiskImageCache::store(const QImage &image, const QString &key) const
     const QByteArray temp =
         QFile::encodeName(base + QLatin1Char('.') + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".tmp"));
     const QByteArray final = QFile::encodeName(base + QStringLiteral(".jpg"));
-    const int fd = ::open(temp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0)
+    UniqueFd fd(::open(temp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!fd)
         return false;
     // No fsync: an entry lost in a crash is only decoded again (a damaged one fails to load and is
     // overwritten), and a sync per thumbnail would cost more than that.
-    bool written = FileIo::writeFully(fd, jpeg.constData(), jpeg.size());
-    if (::close(fd) != 0)
+    bool written = FileIo::writeFully(fd.get(), jpeg.constData(), jpeg.size());
+    if (fd.close() != 0)
         written = false;
     if (written && ::rename(temp.constData(), final.constData()) == 0)
         return true;
