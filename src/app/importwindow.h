@@ -17,7 +17,7 @@
 #include <memory>
 
 class BlockEditor;
-class IngestCancel;
+class CancelToken;
 class IngestRunner;
 class QAbstractButton;
 class QCheckBox;
@@ -146,7 +146,7 @@ private:
     QString _chosenFolder;        // a folder picked by hand, listed after the cards
     quint64 _readGeneration = 0;
     bool _reading = false;
-    std::shared_ptr<IngestCancel> _readCancel;
+    std::shared_ptr<CancelToken> _readCancel;
     QFuture<void> _readFuture;
     QList<IngestItem> _items;
     QSet<QString> _imported;

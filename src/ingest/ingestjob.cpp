@@ -3,11 +3,11 @@
 #include "cardejector.h"
 #include "cardscanner.h"
 #include "importedrecord.h"
-#include "ingestcancel.h"
 #include "ingestprogressbox.h"
 #include "sha256.h"
 
 #include "util/atomicfile.h"
+#include "util/canceltoken.h"
 #include "util/fileio.h"
 #include "util/uniquefd.h"
 
@@ -37,7 +37,7 @@ QString reason(int e)
     return AtomicFile::describeErrno(e);
 }
 
-bool isCancelled(const IngestCancel *c) { return c && c->cancelled(); }
+bool isCancelled(const CancelToken *c) { return c && c->isCancelled(); }
 
 QString folderOf(const QString &path)
 {
@@ -94,7 +94,7 @@ struct Target {
 class Copier
 {
 public:
-    Copier(IngestReport &report, const QStringList &roots, const QList<bool> &usable, IngestCancel *cancel,
+    Copier(IngestReport &report, const QStringList &roots, const QList<bool> &usable, CancelToken *cancel,
            IngestProgressBox *progress, const IngestJob::Hooks &hooks)
         : _r(report), _roots(roots), _usable(usable), _cancel(cancel), _progress(progress), _hooks(hooks),
           _buffer(new char[size_t(Sha256::kChunk)])
@@ -277,7 +277,7 @@ private:
     IngestReport &_r;
     const QStringList &_roots;
     const QList<bool> &_usable;
-    IngestCancel *_cancel;
+    CancelToken *_cancel;
     IngestProgressBox *_progress;
     const IngestJob::Hooks &_hooks;
     std::unique_ptr<char[]> _buffer;
@@ -295,7 +295,7 @@ bool sameDevice(const QString &a, const QString &b)
 }
 
 // Reads the copy back from its disk and compares it with the digest taken while copying.
-Check verifyOne(const CopyRecord &rec, IngestCancel *cancel, const std::function<void(qint64)> &bytes)
+Check verifyOne(const CopyRecord &rec, CancelToken *cancel, const std::function<void(qint64)> &bytes)
 {
     const Sha256::FileDigest d = Sha256::ofFile(rec.dst, true, [&](qint64 n) {
         bytes(n);
@@ -310,7 +310,7 @@ Check verifyOne(const CopyRecord &rec, IngestCancel *cancel, const std::function
 
 // Verifies `records` (both disks at once, one thread each), deletes the bad copies and notes
 // them in their destination. Returns the records that failed.
-QList<CopyRecord> verifyRecords(IngestReport &r, IngestCancel *cancel, IngestProgressBox *progress)
+QList<CopyRecord> verifyRecords(IngestReport &r, CancelToken *cancel, IngestProgressBox *progress)
 {
     const int destCount = int(r.dests.size());
     std::vector<Check> checks(size_t(r.records.size()), Check::cancelled);
@@ -402,7 +402,7 @@ bool IngestReport::hasErrors() const
     return std::any_of(dests.begin(), dests.end(), [](const DestResult &d) { return d.hasErrors(); });
 }
 
-IngestJob::IngestJob(IngestRequest request, IngestCancel *cancel, IngestProgressBox *progress, Hooks hooks)
+IngestJob::IngestJob(IngestRequest request, CancelToken *cancel, IngestProgressBox *progress, Hooks hooks)
     : _request(std::move(request)), _cancel(cancel), _progress(progress), _hooks(std::move(hooks))
 {
 }
@@ -569,7 +569,7 @@ IngestReport IngestJob::run()
     return finish();
 }
 
-void IngestJob::verifyNow(IngestReport &report, IngestCancel *cancel, IngestProgressBox *progress, const Hooks &hooks)
+void IngestJob::verifyNow(IngestReport &report, CancelToken *cancel, IngestProgressBox *progress, const Hooks &hooks)
 {
     IngestProgressBox localBox;
     IngestProgressBox *box = progress ? progress : &localBox;

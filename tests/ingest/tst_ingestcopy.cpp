@@ -55,9 +55,9 @@ IngestRequest request(const Card &card, const QString &a, const QString &b = {})
     return r;
 }
 
-IngestReport run(const IngestRequest &r, IngestJob::Hooks hooks = {}, IngestCancel *cancel = nullptr)
+IngestReport run(const IngestRequest &r, IngestJob::Hooks hooks = {}, CancelToken *cancel = nullptr)
 {
-    IngestCancel own;
+    CancelToken own;
     return IngestJob(r, cancel ? cancel : &own, nullptr, std::move(hooks)).run();
 }
 
@@ -254,7 +254,7 @@ private slots:
         QVERIFY(f.open(QIODevice::ReadWrite));
         f.write("XX");
         f.close();
-        IngestCancel cancel;
+        CancelToken cancel;
         IngestJob::verifyNow(r, &cancel, nullptr);
         QVERIFY(r.verified);
         QCOMPARE(r.dests[0].verifiedOK, 3);
