@@ -10,7 +10,7 @@
 #include "model/folderscanner.h"
 #include "model/loadtoken.h"
 
-#include "sampleshoot.h"
+#include "sampledata/sampleshoot.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -2,7 +2,7 @@
 // HEIC from libvips and MP4/MOV from ffmpeg, real camera files when the samples are present;
 // each cut short at several points.
 #include "camera/imagecompleteness.h"
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 #include "testenv.h"
 
 #include <QBuffer>

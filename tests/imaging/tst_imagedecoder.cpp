@@ -6,7 +6,7 @@
 // glib (under libvips) names a struct member "signals", a word Qt's headers define away: it goes first.
 #include <vips/vips8>
 
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 #include "imaging/exifthumbnail.h"
 #include "imaging/imagedecoder.h"
 #include "imaging/imageorientation.h"

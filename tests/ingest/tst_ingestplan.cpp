@@ -9,7 +9,7 @@
 #include "model/filekinds.h"
 #include "model/folderscanner.h"
 #include "testenv.h"
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
