@@ -4,20 +4,13 @@
 #include "imaging/memorycache.h"
 #include "imaging/workqueue.h"
 #include "testenv.h"
+#include "testimages.h"
 
 #include <QSemaphore>
 #include <QSettings>
 #include <QtTest>
 
-namespace {
-QString writeJpeg(const QString &path, int w, int h, QColor colour)
-{
-    QImage image(w, h, QImage::Format_RGB32);
-    image.fill(colour);
-    image.save(path, "JPEG", 90);
-    return path;
-}
-} // namespace
+using TestImages::writeJpeg;
 
 class TestImagePipeline : public QObject
 {

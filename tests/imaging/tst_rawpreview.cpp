@@ -1120,7 +1120,7 @@ private slots:
 
     void command()
     {
-        QVERIFY2(QFile::exists(qEnvironmentVariable("CORVANE_BIN")), "CORVANE_BIN must name the built corvane");
+        QVERIFY2(corvaneBuilt(), "CORVANE_BIN must name the built corvane");
         QTemporaryDir dir;
         Options o;
         o.jpeg = smallJpeg(1616, 1080);

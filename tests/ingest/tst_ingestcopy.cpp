@@ -65,7 +65,7 @@ IngestReport run(const IngestRequest &r, IngestJob::Hooks hooks = {}, CancelToke
 void checkComplete(const Card &card, const QString &dest)
 {
     for (auto it = card.files.begin(); it != card.files.end(); ++it)
-        QCOMPARE(TestCard::read(dest + "/" + nameOf(it.key())), it.value());
+        QCOMPARE(TestEnv::readAll(dest + "/" + nameOf(it.key())), it.value());
     QCOMPARE(TestCard::files(dest).size(), card.files.size());
 }
 
@@ -284,11 +284,11 @@ private slots:
         req.options.skipImported = false;
         const IngestReport r = run(req);
         QCOMPARE(r.summary.outcome, IngestOutcome::verified);
-        QCOMPARE(TestCard::read(a + "/DSC_0001.NEF"), foreign);
+        QCOMPARE(TestEnv::readAll(a + "/DSC_0001.NEF"), foreign);
         // The whole shot moves to the next free suffix, on both disks alike.
-        QCOMPARE(TestCard::read(a + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
-        QCOMPARE(TestCard::read(a + "/DSC_0001-2.JPG"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.JPG"));
-        QCOMPARE(TestCard::read(b + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
+        QCOMPARE(TestEnv::readAll(a + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
+        QCOMPARE(TestEnv::readAll(a + "/DSC_0001-2.JPG"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.JPG"));
+        QCOMPARE(TestEnv::readAll(b + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
         QVERIFY(!QFile::exists(b + "/DSC_0001.NEF"));
         // The copy already on B counts as copied and is left untouched.
         struct stat after;
@@ -306,9 +306,9 @@ private slots:
         const QString a = dir("A");
         const QString from = TestCard::write(a, ".part1", "new"), to = TestCard::write(a, "taken", "old");
         QCOMPARE(FileIo::renameNoReplace(from, to), EEXIST);
-        QCOMPARE(TestCard::read(to), QByteArray("old"));
+        QCOMPARE(TestEnv::readAll(to), QByteArray("old"));
         QCOMPARE(FileIo::renameNoReplace(from, a + "/free"), 0);
-        QCOMPARE(TestCard::read(a + "/free"), QByteArray("new"));
+        QCOMPARE(TestEnv::readAll(a + "/free"), QByteArray("new"));
     }
 
     void staleParts()
@@ -451,7 +451,7 @@ private slots:
         QCOMPARE(runner.copied(), 1);
         QCOMPARE(runner.skipped(), 1);
         QCOMPARE(runner.verifiedCount(), 2);
-        QCOMPARE(TestCard::read(b + "/MVI_0001.MP4"), big);
+        QCOMPARE(TestEnv::readAll(b + "/MVI_0001.MP4"), big);
     }
 };
 

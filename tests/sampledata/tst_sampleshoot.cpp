@@ -13,14 +13,6 @@
 #include <QDirIterator>
 #include <QtTest>
 
-namespace {
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-} // namespace
-
 class TestSampleShoot : public QObject
 {
     Q_OBJECT
@@ -95,7 +87,7 @@ private slots:
             if (ext == "mov" || ext == "heic")
                 continue;   // made by outside encoders
             const QString twin = again + "/" + QDir(_dir).relativeFilePath(path);
-            QVERIFY2(readAll(path) == readAll(twin), qPrintable(path));
+            QVERIFY2(TestEnv::readAll(path) == TestEnv::readAll(twin), qPrintable(path));
             ++compared;
         }
         QVERIFY(compared >= 40);
