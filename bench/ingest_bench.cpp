@@ -10,7 +10,7 @@
 // The folder is $CORVANE_BENCH_DIR, else /var/tmp/corvane-ingest-bench (a tmpfs /tmp would hide
 // the disk).
 #include "ingest/importedrecord.h"
-#include "ingest/ingestcancel.h"
+#include "util/canceltoken.h"
 #include "ingest/ingestjob.h"
 
 #include <QCoreApplication>
@@ -118,7 +118,7 @@ double timeCorvane(const QString &src, const QString &d1, const QString &d2, boo
     r.options.video = true;
     r.recordPath = g_root + QStringLiteral("/importadas.json");
     QFile::remove(r.recordPath);
-    IngestCancel cancel;
+    CancelToken cancel;
     QElapsedTimer t;
     t.start();
     IngestJob::Hooks hooks;

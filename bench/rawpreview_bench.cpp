@@ -5,7 +5,7 @@
 // glib (under libvips) names a struct member "signals", a word Qt's headers define away: it goes first.
 #include <vips/vips8>
 
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 #include "imaging/rawpreview.h"
 
 #include <QCoreApplication>

@@ -6,7 +6,7 @@
 
 #include "ingest/cardscanner.h"
 #include "ingest/importedrecord.h"
-#include "ingest/ingestcancel.h"
+#include "util/canceltoken.h"
 #include "ingest/ingestphase.h"
 #include "ingest/ingestplan.h"
 #include "ingest/ingestsettings.h"
@@ -442,14 +442,14 @@ void ImportChoicesPage::readSource()
     updatePreview();
 
     // Videos are always read, so the video option only filters and never reads the card again.
-    auto cancel = std::make_shared<IngestCancel>();
+    auto cancel = std::make_shared<CancelToken>();
     _readCancel = cancel;
     const QString root = _source;
     QFuture<void> previous = _readFuture;
     _readFuture = QtConcurrent::run([this, cancel, generation, root, previous]() mutable {
         previous.waitForFinished();
         const CardScan scan = CardScanner::scan(root, true, cancel.get(), [this, cancel, generation](int done, int total) {
-            if (cancel->cancelled())
+            if (cancel->isCancelled())
                 return;
             QMetaObject::invokeMethod(this, [this, generation, done, total] {
                 if (generation == _readGeneration && _reading)
@@ -457,7 +457,7 @@ void ImportChoicesPage::readSource()
                                                    : QStringLiteral("%1 %2 archivos").arg(kReading).arg(done));
             }, Qt::QueuedConnection);
         });
-        if (scan.cancelled || cancel->cancelled())
+        if (scan.cancelled || cancel->isCancelled())
             return;
         const QSet<QString> imported = ImportedRecord::load();
         QMetaObject::invokeMethod(this, [this, generation, items = scan.items, error = scan.error, imported] {

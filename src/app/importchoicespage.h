@@ -15,7 +15,7 @@
 #include <optional>
 
 class BlockEditor;
-class IngestCancel;
+class CancelToken;
 class QCheckBox;
 class QComboBox;
 class QLabel;
@@ -114,7 +114,7 @@ private:
     QString _chosenFolder;        // a folder picked by hand, listed after the cards
     quint64 _readGeneration = 0;
     bool _reading = false;
-    std::shared_ptr<IngestCancel> _readCancel;
+    std::shared_ptr<CancelToken> _readCancel;
     QFuture<void> _readFuture;
     QList<IngestItem> _items;
     QSet<QString> _imported;

@@ -1,6 +1,7 @@
 #include "destinationfolder.h"
 
 #include "util/fileio.h"
+#include "util/uniquefd.h"
 
 #include <QFile>
 #include <QHash>
@@ -23,14 +24,13 @@ QByteArray native(const QString &name) { return name.toUtf8(); }
 QHash<QString, QString> listNames(int dirFd)
 {
     QHash<QString, QString> names;
-    const int copy = ::openat(dirFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (copy < 0)
+    UniqueFd copy(::openat(dirFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!copy)
         return names;
-    DIR *dir = ::fdopendir(copy);
-    if (!dir) {
-        ::close(copy);
+    DIR *dir = ::fdopendir(copy.get());
+    if (!dir)
         return names;
-    }
+    copy.release();   // closedir() closes it
     while (const dirent *e = ::readdir(dir)) {
         const QString name = QFile::decodeName(e->d_name);
         names.insert(name.toLower(), name);
@@ -56,20 +56,19 @@ bool readAt(int fd, char *buf, size_t n, off_t offset)
 
 bool sameContents(int dirFd, const QString &name, int otherFd)
 {
-    const int fd = ::openat(dirFd, native(name).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
+    const UniqueFd fd(::openat(dirFd, native(name).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    if (!fd)
         return false;
     struct stat a, b;
-    bool same = ::fstat(fd, &a) == 0 && ::fstat(otherFd, &b) == 0 && S_ISREG(a.st_mode) && a.st_size == b.st_size;
+    bool same = ::fstat(fd.get(), &a) == 0 && ::fstat(otherFd, &b) == 0 && S_ISREG(a.st_mode) && a.st_size == b.st_size;
     if (same && !(a.st_dev == b.st_dev && a.st_ino == b.st_ino)) {
         std::vector<char> x(1 << 20), y(1 << 20);
         for (off_t pos = 0; same && pos < a.st_size;) {
             const size_t n = size_t(std::min<off_t>(off_t(x.size()), a.st_size - pos));
-            same = readAt(fd, x.data(), n, pos) && readAt(otherFd, y.data(), n, pos) && std::equal(x.begin(), x.begin() + long(n), y.begin());
+            same = readAt(fd.get(), x.data(), n, pos) && readAt(otherFd, y.data(), n, pos) && std::equal(x.begin(), x.begin() + long(n), y.begin());
             pos += off_t(n);
         }
     }
-    ::close(fd);
     return same;
 }
 
@@ -87,15 +86,9 @@ QString numbered(const QString &name, int n)
 DestinationFolder::DestinationFolder(const QString &root)
     : _root(root)
 {
-    _fd = ::open(QFile::encodeName(root).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (_fd < 0)
+    _fd.reset(::open(QFile::encodeName(root).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!_fd)
         _openError = errno;
-}
-
-DestinationFolder::~DestinationFolder()
-{
-    if (_fd >= 0)
-        ::close(_fd);
 }
 
 QString DestinationFolder::pathOf(const FTPPath::Parts &parts) const
@@ -106,31 +99,28 @@ QString DestinationFolder::pathOf(const FTPPath::Parts &parts) const
 std::optional<quint64> DestinationFolder::freeBytes() const
 {
     struct statvfs s;
-    if (_fd < 0 || ::fstatvfs(_fd, &s) != 0)
+    if (!_fd || ::fstatvfs(_fd.get(), &s) != 0)
         return std::nullopt;
     return quint64(s.f_bavail) * quint64(s.f_frsize);
 }
 
-int DestinationFolder::openFolder(const FTPPath::Parts &parts, bool create) const
+UniqueFd DestinationFolder::openFolder(const FTPPath::Parts &parts, bool create) const
 {
-    if (_fd < 0) {
+    if (!_fd) {
         errno = _openError;
-        return -1;
+        return {};
     }
-    int cur = ::openat(_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    UniqueFd cur(::openat(_fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     for (const QString &part : parts) {
-        if (cur < 0)
-            return -1;
+        if (!cur)
+            return {};
         const QByteArray name = native(part);
-        int next = ::openat(cur, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        int next = ::openat(cur.get(), name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (next < 0 && errno == ENOENT && create) {
-            if (::mkdirat(cur, name.constData(), 0755) == 0 || errno == EEXIST)
-                next = ::openat(cur, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            if (::mkdirat(cur.get(), name.constData(), 0755) == 0 || errno == EEXIST)
+                next = ::openat(cur.get(), name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         }
-        const int e = errno;
-        ::close(cur);
-        errno = e;
-        cur = next;
+        cur.reset(next);
     }
     return cur;
 }
@@ -138,49 +128,46 @@ int DestinationFolder::openFolder(const FTPPath::Parts &parts, bool create) cons
 DestinationFolder::Temp DestinationFolder::createTemp() const
 {
     Temp t;
-    if (_fd < 0) {
+    if (!_fd) {
         errno = _openError;
         return t;
     }
     t.name = ".corvane-" + QUuid::createUuid().toString(QUuid::WithoutBraces).toLatin1() + ".part";
-    t.fd = ::openat(_fd, t.name.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    t.fd.reset(::openat(_fd.get(), t.name.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
     return t;
 }
 
 void DestinationFolder::discard(Temp &temp) const
 {
-    if (temp.fd >= 0) {
-        ::close(temp.fd);
-        temp.fd = -1;
-    }
-    if (!temp.name.isEmpty() && _fd >= 0)
-        ::unlinkat(_fd, temp.name.constData(), 0);
+    temp.fd.reset();
+    if (!temp.name.isEmpty() && _fd)
+        ::unlinkat(_fd.get(), temp.name.constData(), 0);
     temp.name.clear();
 }
 
 DestinationFolder::Placed DestinationFolder::place(Temp &temp, const FTPPath::Parts &folder, const QString &name) const
 {
     Placed out;
-    const int dir = openFolder(folder, true);
-    if (dir < 0) {
+    const UniqueFd dir = openFolder(folder, true);
+    if (!dir) {
         out.error = errno;
         discard(temp);
         return out;
     }
-    QHash<QString, QString> existing = listNames(dir);
+    QHash<QString, QString> existing = listNames(dir.get());
     const QString prefix = pathOf(folder) + QLatin1Char('/');
     for (int n = 1; n < 100000; ++n) {
         const QString candidate = numbered(name, n);
         const auto it = existing.constFind(candidate.toLower());
         if (it != existing.constEnd()) {
-            if (sameContents(dir, *it, temp.fd)) {
+            if (sameContents(dir.get(), *it, temp.fd.get())) {
                 out.path = prefix + *it;
                 out.repeat = true;
                 break;
             }
             continue;
         }
-        const int e = FileIo::renameNoReplaceAt(_fd, temp.name, dir, native(candidate));
+        const int e = FileIo::renameNoReplaceAt(_fd.get(), temp.name, dir.get(), native(candidate));
         if (e == 0) {
             out.path = prefix + candidate;
             temp.name.clear();   // it is the stored file now
@@ -196,7 +183,6 @@ DestinationFolder::Placed DestinationFolder::place(Temp &temp, const FTPPath::Pa
     }
     if (out.path.isEmpty() && !out.error)
         out.error = EEXIST;
-    ::close(dir);
     discard(temp);
     return out;
 }
@@ -205,40 +191,28 @@ bool DestinationFolder::isFile(const FTPPath::Parts &file) const
 {
     if (file.isEmpty())
         return false;
-    const int dir = openFolder(file.mid(0, file.size() - 1), false);
-    if (dir < 0)
-        return false;
+    const UniqueFd dir = openFolder(file.mid(0, file.size() - 1), false);
     struct stat st;
-    const bool ok = ::fstatat(dir, native(file.last()).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
-    ::close(dir);
-    return ok;
+    return dir && ::fstatat(dir.get(), native(file.last()).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
 }
 
 int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &to) const
 {
     if (from.isEmpty() || to.isEmpty())
         return EINVAL;
-    const int a = openFolder(from.mid(0, from.size() - 1), false);
-    if (a < 0)
+    const UniqueFd a = openFolder(from.mid(0, from.size() - 1), false);
+    if (!a)
         return errno;
-    const int b = openFolder(to.mid(0, to.size() - 1), true);
-    if (b < 0) {
-        const int e = errno;
-        ::close(a);
-        return e;
-    }
-    int e = 0;
+    const UniqueFd b = openFolder(to.mid(0, to.size() - 1), true);
+    if (!b)
+        return errno;
     struct stat st;
     const QByteArray src = native(from.last());
-    if (::fstatat(a, src.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
-        e = errno;
-    else if (!S_ISREG(st.st_mode))
-        e = EISDIR;
-    else if (listNames(b).contains(to.last().toLower()))
-        e = EEXIST;
-    else
-        e = FileIo::renameNoReplaceAt(a, src, b, native(to.last()));
-    ::close(a);
-    ::close(b);
-    return e;
+    if (::fstatat(a.get(), src.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno;
+    if (!S_ISREG(st.st_mode))
+        return EISDIR;
+    if (listNames(b.get()).contains(to.last().toLower()))
+        return EEXIST;
+    return FileIo::renameNoReplaceAt(a.get(), src, b.get(), native(to.last()));
 }

@@ -6,6 +6,7 @@
 // compared without regard to case, as the grid groups them. Errors are errno values.
 // Used on the receiver's thread only.
 #include "ftppath.h"
+#include "util/uniquefd.h"
 
 #include <QByteArray>
 #include <QString>
@@ -15,11 +16,8 @@ class DestinationFolder
 {
 public:
     explicit DestinationFolder(const QString &root);
-    ~DestinationFolder();
-    DestinationFolder(const DestinationFolder &) = delete;
-    DestinationFolder &operator=(const DestinationFolder &) = delete;
 
-    bool isOpen() const { return _fd >= 0; }
+    bool isOpen() const { return _fd.isValid(); }
     int openError() const { return _openError; }
     QString root() const { return _root; }
     QString pathOf(const FTPPath::Parts &parts) const;
@@ -27,15 +25,15 @@ public:
     // Bytes free for an ordinary user on the destination's volume.
     std::optional<quint64> freeBytes() const;
 
-    // A descriptor of the folder at `parts` (the caller closes it), creating missing levels when
-    // asked; -1 with errno set on failure.
-    int openFolder(const FTPPath::Parts &parts, bool create) const;
+    // A descriptor of the folder at `parts`, creating missing levels when asked; an invalid one
+    // with errno set on failure.
+    UniqueFd openFolder(const FTPPath::Parts &parts, bool create) const;
 
     struct Temp {
-        int fd = -1;
+        UniqueFd fd;
         QByteArray name;   // ".corvane-<UUID>.part" in the destination itself
     };
-    // A new hidden temporary file; fd -1 with errno set on failure.
+    // A new hidden temporary file; an invalid fd with errno set on failure.
     Temp createTemp() const;
     // Closes and removes it.
     void discard(Temp &temp) const;
@@ -57,6 +55,6 @@ public:
 
 private:
     QString _root;
-    int _fd = -1;
+    UniqueFd _fd;
     int _openError = 0;
 };

@@ -23,8 +23,8 @@ FTPDataChannel::FTPDataChannel(int fd, QObject *parent)
     , _fd(fd)
     , _connected(fd >= 0)
 {
-    if (_fd >= 0)
-        setNonBlocking(_fd);
+    if (_fd)
+        setNonBlocking(_fd.get());
 }
 
 namespace {
@@ -54,8 +54,8 @@ FTPDataChannel *FTPDataChannel::connectTo(const QHostAddress &address, quint16 p
     auto *channel = new FTPDataChannel(-1, parent);
     sockaddr_storage ss, from;
     const socklen_t len = toSockaddr(address, port, ss);
-    const int fd = ::socket(ss.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    channel->_fd = fd;
+    channel->_fd.reset(::socket(ss.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const int fd = channel->_fd.get();
     if (fd >= 0 && local.protocol() == address.protocol()) {
         const socklen_t fromLen = toSockaddr(local, 0, from);
         ::bind(fd, reinterpret_cast<sockaddr *>(&from), fromLen);   // on failure the system picks
@@ -80,7 +80,7 @@ void FTPDataChannel::onWritable()
     _writer->setEnabled(false);
     int err = 0;
     socklen_t len = sizeof err;
-    if (::getsockopt(_fd, SOL_SOCKET, SO_ERROR, &err, &len) != 0 || err != 0) {
+    if (::getsockopt(_fd.get(), SOL_SOCKET, SO_ERROR, &err, &len) != 0 || err != 0) {
         emit failed();
         return;
     }
@@ -90,20 +90,20 @@ void FTPDataChannel::onWritable()
 
 void FTPDataChannel::startReading()
 {
-    if (_fd < 0 || _reader)
+    if (!_fd || _reader)
         return;
     // Wake up for a good amount of data at a time rather than for every segment (the end of the
     // stream wakes it up whatever is waiting).
     const int lowWater = 256 * 1024;
-    ::setsockopt(_fd, SOL_SOCKET, SO_RCVLOWAT, &lowWater, sizeof lowWater);
-    _reader = new QSocketNotifier(qintptr(_fd), QSocketNotifier::Read, this);
+    ::setsockopt(_fd.get(), SOL_SOCKET, SO_RCVLOWAT, &lowWater, sizeof lowWater);
+    _reader = new QSocketNotifier(qintptr(_fd.get()), QSocketNotifier::Read, this);
     connect(_reader, &QSocketNotifier::activated, this, &FTPDataChannel::readable);
 }
 
 qint64 FTPDataChannel::read(char *buffer, qint64 size, int &error)
 {
     for (;;) {
-        const ssize_t n = ::recv(_fd, buffer, size_t(size), 0);
+        const ssize_t n = ::recv(_fd.get(), buffer, size_t(size), 0);
         if (n >= 0)
             return n;
         if (errno == EINTR)
@@ -119,10 +119,7 @@ void FTPDataChannel::close()
     _reader = nullptr;
     delete _writer;
     _writer = nullptr;
-    if (_fd >= 0) {
-        ::close(_fd);
-        _fd = -1;
-    }
+    _fd.reset();
     _connected = false;
 }
 

@@ -6,6 +6,8 @@
 #include <QHostAddress>
 #include <QObject>
 
+#include "util/uniquefd.h"
+
 class QSocketNotifier;
 
 class FTPDataChannel : public QObject
@@ -40,7 +42,7 @@ signals:
 private:
     void onWritable();
 
-    int _fd = -1;
+    UniqueFd _fd;
     bool _connected = false;
     QSocketNotifier *_reader = nullptr;
     QSocketNotifier *_writer = nullptr;

@@ -1,49 +1,19 @@
 #include "ftppassword.h"
 
+#include <QRandomGenerator>
 #include <QSettings>
 
-#include <cerrno>
-#include <cstdint>
-#include <cstdlib>
-#include <sys/random.h>
-
 namespace FTPPassword {
-namespace {
-constexpr unsigned kAlphabetSize = sizeof(kAlphabet) - 1;
-static_assert(kAlphabetSize == 31);
-// The largest multiple of 31 that fits in a byte: bytes at or above it are drawn again, so every
-// character is equally likely.
-constexpr unsigned kAcceptBelow = 256 - 256 % kAlphabetSize;
-
-std::uint8_t randomByte()
-{
-    static thread_local std::uint8_t pool[64];
-    static thread_local size_t left = 0;
-    if (left == 0) {
-        size_t got = 0;
-        while (got < sizeof pool) {
-            const ssize_t n = ::getrandom(pool + got, sizeof pool - got, 0);
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0)
-                std::abort();   // no source of randomness: never make a guessable password
-            got += size_t(n);
-        }
-        left = sizeof pool;
-    }
-    return pool[--left];
-}
-} // namespace
 
 QString generate()
 {
+    // The system generator is the kernel's cryptographic source; bounded() draws without bias.
+    constexpr int size = int(sizeof(kAlphabet) - 1);
+    QRandomGenerator *random = QRandomGenerator::system();
     QString out;
     out.reserve(kLength);
-    while (out.size() < kLength) {
-        const unsigned b = randomByte();
-        if (b < kAcceptBelow)
-            out.append(QLatin1Char(kAlphabet[b % kAlphabetSize]));
-    }
+    for (int i = 0; i < kLength; ++i)
+        out.append(QLatin1Char(kAlphabet[random->bounded(size)]));
     return out;
 }
 

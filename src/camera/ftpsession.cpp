@@ -6,6 +6,7 @@
 #include "imagecompleteness.h"
 
 #include "util/fileio.h"
+#include "util/uniquefd.h"
 
 #include <QHash>
 #include <QTcpServer>
@@ -37,7 +38,7 @@ protected:
         if (onAccept)
             onAccept(fd);
         else
-            ::close(int(fd));
+            const UniqueFd refused{int(fd)};   // nobody takes it: closed at once
     }
 };
 
@@ -347,12 +348,10 @@ void FTPSession::cmdMkd(const QByteArray &arg)
         return;
     }
     const DestinationFolder dest(folder);
-    const int fd = dest.openFolder(*parts, true);
-    if (fd < 0) {
+    if (!dest.openFolder(*parts, true)) {
         reply(550, QStringLiteral("No se pudo crear la carpeta"));
         return;
     }
-    ::close(fd);
     reply(257, quoted(FTPPath::display(*parts)) + QStringLiteral(" creada"));
 }
 
@@ -429,11 +428,10 @@ void FTPSession::openPassive(bool extended)
 void FTPSession::onPassiveConnection(qintptr fd)
 {
     // Only the camera that asked may connect, and only once.
-    if (closed || data || !sameHost(FTPDataChannel::peerOf(int(fd)), _peer)) {
-        ::close(int(fd));
+    UniqueFd socket{int(fd)};
+    if (closed || data || !sameHost(FTPDataChannel::peerOf(socket.get()), _peer))
         return;
-    }
-    adoptData(new FTPDataChannel(int(fd), this));
+    adoptData(new FTPDataChannel(socket.release(), this));
     if (waitingData)
         beginTransfer();
 }
@@ -562,7 +560,7 @@ void FTPSession::beginTransfer()
         return;
     }
     DestinationFolder::Temp temp = _dest->createTemp();
-    if (temp.fd < 0) {
+    if (!temp.fd) {
         const int e = errno;
         endTransfer();
         reply(452, writeErrorText(e));
@@ -571,7 +569,7 @@ void FTPSession::beginTransfer()
     }
     Upload u;
     u.file = t.file;
-    u.temp = temp;
+    u.temp = std::move(temp);
     u.lastData.start();
     upload = std::move(u);
     reply(150, QStringLiteral("Lista"));
@@ -605,13 +603,13 @@ void FTPSession::onDataReadable()
             failUpload(552, QStringLiteral("Archivo demasiado grande"));
             return;
         }
-        if (!FileIo::writeFully(upload->temp.fd, chunk.data(), n)) {
+        if (!FileIo::writeFully(upload->temp.fd.get(), chunk.data(), n)) {
             failUpload(452, writeErrorText(errno));
             return;
         }
         // Let the disk start on what has arrived, so received files never pile up in memory.
         if (upload->total - upload->flushed >= kWriteBehind) {
-            ::sync_file_range(upload->temp.fd, off64_t(upload->flushed), off64_t(upload->total - upload->flushed), SYNC_FILE_RANGE_WRITE);
+            ::sync_file_range(upload->temp.fd.get(), off64_t(upload->flushed), off64_t(upload->total - upload->flushed), SYNC_FILE_RANGE_WRITE);
             upload->flushed = upload->total;
         }
         upload->lastData.start();
@@ -649,7 +647,7 @@ void FTPSession::finishUpload()
             reply(226, QStringLiteral("Recibida"));   // cameras probe the folder with an empty .tmp
         else
             reply(451, QStringLiteral("Archivo vacío"));
-    } else if (ImageCompleteness::check(u.temp.fd) == ImageCompleteness::Verdict::truncated) {
+    } else if (ImageCompleteness::check(u.temp.fd.get()) == ImageCompleteness::Verdict::truncated) {
         _dest->discard(u.temp);
         reply(451, QStringLiteral("Imagen incompleta"));
     } else {

@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include "argparser.h"
+#include "folderargument.h"
 #include "terminalprogress.h"
 
 #include "marks/marksbook.h"
@@ -9,7 +10,7 @@
 #include "model/folderscanner.h"
 #include "model/loadtoken.h"
 
-#include "sampleshoot.h"
+#include "sampledata/sampleshoot.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -55,16 +56,10 @@ bool parseInt(const QString &text, int lo, int hi, int &value)
 int scan(const QStringList &args)
 {
     ArgParser p({"recursive", "json"}, {});
-    if (!p.parse(args) || p.positional().size() != 1) {
-        if (!p.error().isEmpty())
-            err(p.error());
-        return 2;
-    }
-    const QString folder = FolderScanner::standardPath(p.positional().first());
-    if (!QFileInfo(folder).isDir()) {
-        err(QStringLiteral("«%1» no es una carpeta.").arg(folder));
-        return 1;
-    }
+    int status = 0;
+    const QString folder = FolderArgument::parse(p, args, status);
+    if (folder.isEmpty())
+        return status;
     LoadToken token;
     ScanResult r;
     if (p.flag("recursive")) {
@@ -95,7 +90,7 @@ int scan(const QStringList &args)
         printJson(QJsonDocument(root));
     } else {
         if (r.denied) {
-            err(QStringLiteral("No tienes permiso para leer «%1».").arg(folder));
+            FolderArgument::reportDenied(folder);
             return 1;
         }
         for (const QString &s : std::as_const(r.subfolders))
@@ -115,16 +110,10 @@ int scan(const QStringList &args)
 int marks(const QStringList &args)
 {
     ArgParser p({"json"}, {});
-    if (!p.parse(args) || p.positional().size() != 1) {
-        if (!p.error().isEmpty())
-            err(p.error());
-        return 2;
-    }
-    const QString folder = FolderScanner::standardPath(p.positional().first());
-    if (!QFileInfo(folder).isDir()) {
-        err(QStringLiteral("«%1» no es una carpeta.").arg(folder));
-        return 1;
-    }
+    int status = 0;
+    const QString folder = FolderArgument::parse(p, args, status);
+    if (folder.isEmpty())
+        return status;
     const auto file = MarksFile::load(folder);
     const MarksFile f = file.value_or(MarksFile{});
     QStringList keys = f.marks.keys();

@@ -1,6 +1,7 @@
 #include "sharpnesscommand.h"
 
 #include "argparser.h"
+#include "folderargument.h"
 #include "parallelrun.h"
 
 #include "analysis/sharpness.h"
@@ -45,15 +46,11 @@ QString verdictText(const SharpResult &r, SharpSensitivity s, int level)
 int sharpnessCommand(const QStringList &args)
 {
     ArgParser p({"json"}, {"sensitivity"});
-    if (!p.parse(args) || p.positional().size() != 1) {
-        std::fprintf(stderr, "%s\n",
-                     (p.error().isEmpty() ? QStringLiteral("Uso: corvane sharpness [--json] [--sensitivity "
-                                                           "strict|normal|loose] CARPETA")
-                                          : p.error())
-                         .toUtf8()
-                         .constData());
-        return 2;
-    }
+    int status = 0;
+    const QString folder = FolderArgument::parse(
+        p, args, status, QStringLiteral("Uso: corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"));
+    if (folder.isEmpty())
+        return status;
     SharpSensitivity sensitivity = currentSharpSensitivity();
     if (p.has("sensitivity")) {
         const QString v = p.value("sensitivity");
@@ -64,16 +61,10 @@ int sharpnessCommand(const QStringList &args)
         sensitivity = sharpSensitivityFromString(v);
     }
 
-    const QString folder = FolderScanner::standardPath(p.positional().first());
-    if (!QFileInfo(folder).isDir()) {
-        std::fprintf(stderr, "«%s» no es una carpeta.\n", folder.toUtf8().constData());
+    const auto listed = FolderArgument::list(folder);
+    if (!listed)
         return 1;
-    }
-    const ScanResult scan = FolderScanner::listFolder(folder, LoadToken());
-    if (scan.denied) {
-        std::fprintf(stderr, "No tienes permiso para leer «%s».\n", folder.toUtf8().constData());
-        return 1;
-    }
+    const ScanResult &scan = *listed;
 
     SharpnessCache &cache = SharpnessCache::shared();
     std::vector<Row> rows(size_t(scan.items.size()));

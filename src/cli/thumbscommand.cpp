@@ -1,6 +1,7 @@
 #include "thumbscommand.h"
 
 #include "argparser.h"
+#include "folderargument.h"
 #include "parallelrun.h"
 
 #include "imaging/diskkind.h"
@@ -65,21 +66,14 @@ void printSummary(const char *title, const std::vector<Row> &rows, bool preview)
 int thumbsCommand(const QStringList &args)
 {
     ArgParser p({"previews", "json"}, {});
-    if (!p.parse(args) || p.positional().size() != 1) {
-        if (!p.error().isEmpty())
-            std::fprintf(stderr, "%s\n", p.error().toUtf8().constData());
-        return 2;
-    }
-    const QString folder = FolderScanner::standardPath(p.positional().first());
-    if (!QFileInfo(folder).isDir()) {
-        std::fprintf(stderr, "«%s» no es una carpeta.\n", folder.toUtf8().constData());
+    int status = 0;
+    const QString folder = FolderArgument::parse(p, args, status);
+    if (folder.isEmpty())
+        return status;
+    const auto listed = FolderArgument::list(folder);
+    if (!listed)
         return 1;
-    }
-    const ScanResult scan = FolderScanner::listFolder(folder, LoadToken());
-    if (scan.denied) {
-        std::fprintf(stderr, "No tienes permiso para leer «%s».\n", folder.toUtf8().constData());
-        return 1;
-    }
+    const ScanResult &scan = *listed;
     ImagePipeline pipeline;
     const DiskKind kind = diskKindFor(folder);
     pipeline.configure(folder, kind);

@@ -1,7 +1,9 @@
 #include "diskimagecache.h"
 #include "imagedecoder.h"
 #include "vipsbitmap.h"
+#include "util/fileio.h"
 #include "util/settings.h"
+#include "util/uniquefd.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -193,22 +195,13 @@ bool DiskImageCache::store(const QImage &image, const QString &key) const
     const QByteArray temp =
         QFile::encodeName(base + QLatin1Char('.') + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".tmp"));
     const QByteArray final = QFile::encodeName(base + QStringLiteral(".jpg"));
-    const int fd = ::open(temp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0)
+    UniqueFd fd(::open(temp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!fd)
         return false;
     // No fsync: an entry lost in a crash is only decoded again (a damaged one fails to load and is
     // overwritten), and a sync per thumbnail would cost more than that.
-    bool written = true;
-    for (qsizetype done = 0; written && done < jpeg.size();) {
-        const ssize_t n = ::write(fd, jpeg.constData() + done, size_t(jpeg.size() - done));
-        if (n > 0)
-            done += n;
-        else if (n < 0 && errno == EINTR)
-            continue;
-        else
-            written = false;
-    }
-    if (::close(fd) != 0)
+    bool written = FileIo::writeFully(fd.get(), jpeg.constData(), jpeg.size());
+    if (fd.close() != 0)
         written = false;
     if (written && ::rename(temp.constData(), final.constData()) == 0)
         return true;

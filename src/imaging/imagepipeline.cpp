@@ -162,17 +162,19 @@ void ImagePipeline::requestThumbnail(const QString &path, bool isRaw)
 {
     if (const auto it = queuedThumbs.constFind(path); it != queuedThumbs.constEnd() && !(*it)->cancelled)
         return;
-    auto job = std::make_shared<WorkQueue::JobPtr>();
-    *job = thumbQueue->submit([this, path, isRaw, job] {
+    // The work knows its job only weakly: the job owns the work, and queuedThumbs owns the job.
+    auto self = std::make_shared<std::weak_ptr<WorkQueue::Job>>();
+    const WorkQueue::JobPtr job = thumbQueue->submit([this, path, isRaw, self] {
         const Made made = thumbnailNow(path, isRaw);
-        QMetaObject::invokeMethod(this, [this, path, made, job] {
+        QMetaObject::invokeMethod(this, [this, path, made, self] {
             const auto it = queuedThumbs.constFind(path);
-            if (it != queuedThumbs.constEnd() && *it == *job)
+            if (it != queuedThumbs.constEnd() && *it == self->lock())
                 queuedThumbs.remove(path);
             emit thumbnailReady(path, made.box);
         }, Qt::QueuedConnection);
     }, 0);
-    queuedThumbs.insert(path, *job);
+    *self = job;
+    queuedThumbs.insert(path, job);
 }
 
 void ImagePipeline::cancelThumbnailsExcept(const QSet<QString> &keep)

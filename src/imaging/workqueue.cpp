@@ -14,8 +14,10 @@ WorkQueue::~WorkQueue()
 {
     {
         QMutexLocker locker(&_lock);
-        for (const JobPtr &j : _waiting)
+        for (const JobPtr &j : _waiting) {
             j->cancelled = true;
+            j->work = nullptr;
+        }
         _waiting.clear();
     }
     _pool.waitForDone();
@@ -47,8 +49,14 @@ void WorkQueue::cancel(const JobPtr &job)
     if (!job)
         return;
     job->cancelled = true;
-    QMutexLocker locker(&_lock);
-    std::erase(_waiting, job);
+    std::function<void()> dropped;
+    {
+        QMutexLocker locker(&_lock);
+        // A job still waiting will never run: its work (and whatever that holds) goes now, outside
+        // the lock. A running one drops its own when it ends.
+        if (std::erase(_waiting, job) > 0)
+            dropped = std::move(job->work);
+    }
 }
 
 void WorkQueue::waitForDone()
@@ -72,6 +80,10 @@ void WorkQueue::runOne()
         _waiting.erase(best);
         job->started = true;
     }
-    if (!job->cancelled)
-        job->work();
+    // The work leaves the job before it runs: whoever still holds the job (a caller's table, the
+    // work's own captures) does not keep what the work captured alive.
+    const std::function<void()> work = std::move(job->work);
+    job->work = nullptr;
+    if (!job->cancelled && work)
+        work();
 }

@@ -15,7 +15,7 @@ class WorkQueue
 {
 public:
     struct Job {
-        std::function<void()> work;
+        std::function<void()> work;     // dropped once run or cancelled
         int priority = 0;               // guarded by the queue's lock while waiting
         quint64 seq = 0;
         std::atomic<bool> cancelled{false};

@@ -1,6 +1,6 @@
 #include "cardscanner.h"
 
-#include "ingestcancel.h"
+#include "util/canceltoken.h"
 
 #include "model/filekinds.h"
 #include "model/folderscanner.h"
@@ -16,13 +16,13 @@ namespace {
 
 struct Walk {
     bool includeVideo;
-    const IngestCancel *cancel;
+    const CancelToken *cancel;
     const std::function<void(int, int)> &progress;
     QList<IngestItem> items;
     QString error;
 };
 
-bool cancelled(const IngestCancel *c) { return c && c->cancelled(); }
+bool cancelled(const CancelToken *c) { return c && c->isCancelled(); }
 
 void walk(const QString &folder, Walk &w, int depth)
 {
@@ -86,7 +86,7 @@ void readDateAndCamera(const QString &path, IngestItem &item)
     }
 }
 
-CardScan scan(const QString &root, bool includeVideo, const IngestCancel *cancel, const std::function<void(int, int)> &progress,
+CardScan scan(const QString &root, bool includeVideo, const CancelToken *cancel, const std::function<void(int, int)> &progress,
               const QHash<QString, IngestItem> *known)
 {
     CardScan result;

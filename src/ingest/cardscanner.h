@@ -9,7 +9,7 @@
 #include <QString>
 #include <functional>
 
-class IngestCancel;
+class CancelToken;
 
 struct CardScan {
     QList<IngestItem> items;      // in listing order
@@ -23,7 +23,7 @@ namespace CardScanner {
 // the metadata, (files read, files found). Files in `known` (by path) with the same size take
 // their date and camera from there instead of being read again: the import window has read the
 // card once already for its preview, and reading a big card costs the photographer minutes.
-CardScan scan(const QString &root, bool includeVideo, const IngestCancel *cancel = nullptr,
+CardScan scan(const QString &root, bool includeVideo, const CancelToken *cancel = nullptr,
               const std::function<void(int done, int total)> &progress = {},
               const QHash<QString, IngestItem> *known = nullptr);
 

@@ -1,6 +1,7 @@
 #include "importedrecord.h"
 
 #include "util/atomicfile.h"
+#include "util/uniquefd.h"
 
 #include <QDir>
 #include <QFile>
@@ -25,18 +26,13 @@ public:
     explicit RecordLock(const QString &file)
     {
         const QString lockPath = QFileInfo(file).absolutePath() + QStringLiteral("/.importadas.lock");
-        _fd = ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        if (_fd >= 0)
-            ::flock(_fd, LOCK_EX);
-    }
-    ~RecordLock()
-    {
-        if (_fd >= 0)
-            ::close(_fd);   // releases the lock
+        _fd.reset(::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        if (_fd)
+            ::flock(_fd.get(), LOCK_EX);
     }
 
 private:
-    int _fd = -1;
+    UniqueFd _fd;   // closing it releases the lock
 };
 
 QString write(const QString &file, const QSet<QString> &keys)

@@ -2,13 +2,14 @@
 
 #include "cardejector.h"
 #include "cardscanner.h"
-#include "util/fileio.h"
 #include "importedrecord.h"
-#include "ingestcancel.h"
 #include "ingestprogressbox.h"
 #include "sha256.h"
 
 #include "util/atomicfile.h"
+#include "util/canceltoken.h"
+#include "util/fileio.h"
+#include "util/uniquefd.h"
 
 #include <QDir>
 #include <QFile>
@@ -36,7 +37,7 @@ QString reason(int e)
     return AtomicFile::describeErrno(e);
 }
 
-bool isCancelled(const IngestCancel *c) { return c && c->cancelled(); }
+bool isCancelled(const CancelToken *c) { return c && c->isCancelled(); }
 
 QString folderOf(const QString &path)
 {
@@ -58,12 +59,9 @@ void removeStaleParts(const QString &folder)
         if (!isPartName(name))
             continue;
         const QByteArray path = QFile::encodeName(folder + QLatin1Char('/') + name);
-        const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-        if (fd < 0)
-            continue;
-        if (::flock(fd, LOCK_EX | LOCK_NB) == 0)
+        const UniqueFd fd(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+        if (fd && ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0)
             ::unlink(path.constData());
-        ::close(fd);
     }
 }
 
@@ -90,13 +88,13 @@ struct Target {
     int dest = 0;
     QString finalPath;
     QString tempPath;
-    int fd = -1;
+    UniqueFd fd;   // holds an exclusive lock on the part file while it is written
 };
 
 class Copier
 {
 public:
-    Copier(IngestReport &report, const QStringList &roots, const QList<bool> &usable, IngestCancel *cancel,
+    Copier(IngestReport &report, const QStringList &roots, const QList<bool> &usable, CancelToken *cancel,
            IngestProgressBox *progress, const IngestJob::Hooks &hooks)
         : _r(report), _roots(roots), _usable(usable), _cancel(cancel), _progress(progress), _hooks(hooks),
           _buffer(new char[size_t(Sha256::kChunk)])
@@ -127,11 +125,9 @@ private:
     {
         if (index >= _r.plan.files.size())
             return;
-        const int fd = ::open(QFile::encodeName(_r.plan.files[index].src).constData(), O_RDONLY | O_CLOEXEC);
-        if (fd >= 0) {
-            ::posix_fadvise(fd, 0, qMin<qint64>(_r.plan.files[index].size, 64 << 20), POSIX_FADV_WILLNEED);
-            ::close(fd);
-        }
+        const UniqueFd fd(::open(QFile::encodeName(_r.plan.files[index].src).constData(), O_RDONLY | O_CLOEXEC));
+        if (fd)
+            ::posix_fadvise(fd.get(), 0, qMin<qint64>(_r.plan.files[index].size, 64 << 20), POSIX_FADV_WILLNEED);
     }
 
     void fail(int dest, const QString &name, const QString &what)
@@ -143,9 +139,7 @@ private:
 
     void discard(Target &t)
     {
-        if (t.fd >= 0)
-            ::close(t.fd);
-        t.fd = -1;
+        t.fd.reset();
         ::unlink(QFile::encodeName(t.tempPath).constData());
     }
 
@@ -158,17 +152,17 @@ private:
         }
         t.tempPath = folder + QStringLiteral("/.corvane-") + QUuid::createUuid().toString(QUuid::WithoutBraces)
                      + QStringLiteral(".part");
-        t.fd = ::open(QFile::encodeName(t.tempPath).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-        if (t.fd < 0) {
+        t.fd.reset(::open(QFile::encodeName(t.tempPath).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+        if (!t.fd) {
             fail(t.dest, name, QStringLiteral("no se puede crear el archivo (%1)").arg(reason(errno)));
             return false;
         }
         // Held until the part is renamed or removed, so a second import cleaning stale parts
         // leaves this one alone.
-        ::flock(t.fd, LOCK_EX | LOCK_NB);
+        ::flock(t.fd.get(), LOCK_EX | LOCK_NB);
         // Reserve the space up front: a full disk says so now rather than after most of the
         // file. KEEP_SIZE leaves the size to the bytes written, which the size check relies on.
-        if (f.size > 0 && ::fallocate(t.fd, FALLOC_FL_KEEP_SIZE, 0, f.size) != 0 && (errno == ENOSPC || errno == EDQUOT)) {
+        if (f.size > 0 && ::fallocate(t.fd.get(), FALLOC_FL_KEEP_SIZE, 0, f.size) != 0 && (errno == ENOSPC || errno == EDQUOT)) {
             const int e = errno;
             discard(t);
             fail(t.dest, name, QStringLiteral("no se puede crear el archivo (%1)").arg(reason(e)));
@@ -184,23 +178,23 @@ private:
         std::vector<Target> targets;
         for (int d = 0; d < _roots.size(); ++d)
             if (_usable[d] && !f.presentOn(d))
-                targets.push_back({d, _roots[d] + QLatin1Char('/') + f.relPath, {}, -1});
+                targets.push_back({d, _roots[d] + QLatin1Char('/') + f.relPath, {}, {}});
         if (targets.empty())
             return true;
         _progress->set(_bytesBase, index, name);
 
-        const int src = ::open(QFile::encodeName(f.src).constData(), O_RDONLY | O_CLOEXEC);
-        if (src < 0) {
+        UniqueFd src(::open(QFile::encodeName(f.src).constData(), O_RDONLY | O_CLOEXEC));
+        if (!src) {
             for (const Target &t : targets)
                 fail(t.dest, name, QStringLiteral("no se puede leer el original"));
             return true;
         }
-        ::posix_fadvise(src, 0, 0, POSIX_FADV_SEQUENTIAL);
+        ::posix_fadvise(src.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
 
         std::vector<Target> live;
         for (Target &t : targets)
             if (open(t, f, name))
-                live.push_back(t);
+                live.push_back(std::move(t));
 
         Sha256 hash;
         qint64 offset = 0;
@@ -210,7 +204,7 @@ private:
                 cancelled = true;
                 break;
             }
-            const qint64 n = FileIo::readFully(src, _buffer.get(), Sha256::kChunk);
+            const qint64 n = FileIo::readFully(src.get(), _buffer.get(), Sha256::kChunk);
             if (n < 0) {
                 const QString why = reason(errno);
                 for (Target &t : live) {
@@ -222,7 +216,7 @@ private:
             }
             hash.add(_buffer.get(), n);
             for (auto it = live.begin(); it != live.end();) {
-                if (!FileIo::writeFully(it->fd, _buffer.get(), n)) {
+                if (!FileIo::writeFully(it->fd.get(), _buffer.get(), n)) {
                     const int e = errno;
                     discard(*it);
                     fail(it->dest, name, QStringLiteral("no se pudo escribir la copia: %1").arg(reason(e)));
@@ -231,7 +225,7 @@ private:
                 }
                 // Start the disk on these bytes now, so the final fsync has little left to wait for.
                 if (n > 0)
-                    ::sync_file_range(it->fd, offset, n, SYNC_FILE_RANGE_WRITE);
+                    ::sync_file_range(it->fd.get(), offset, n, SYNC_FILE_RANGE_WRITE);
                 ++it;
             }
             offset += n;
@@ -241,7 +235,7 @@ private:
             if (n < Sha256::kChunk)
                 break;
         }
-        ::close(src);
+        src.reset();
         if (cancelled) {
             for (Target &t : live)
                 discard(t);
@@ -251,13 +245,13 @@ private:
 
         for (Target &t : live) {
             struct stat st;
-            if (::fstat(t.fd, &st) != 0 || st.st_size != offset || offset != f.size) {
+            if (::fstat(t.fd.get(), &st) != 0 || st.st_size != offset || offset != f.size) {
                 discard(t);
                 fail(t.dest, name, QStringLiteral("la copia no tiene el tamaño del original"));
                 continue;
             }
             // Durable before it takes its name: a file under its final name is always whole.
-            if (::fsync(t.fd) != 0) {
+            if (::fsync(t.fd.get()) != 0) {
                 const int e = errno;
                 discard(t);
                 fail(t.dest, name, QStringLiteral("no se pudo escribir la copia: %1").arg(reason(e)));
@@ -265,15 +259,14 @@ private:
             }
             // The written pages are clean now; dropping them keeps the copy from pushing the
             // user's own files out of memory, and the verification reads the disk.
-            ::posix_fadvise(t.fd, 0, 0, POSIX_FADV_DONTNEED);
+            ::posix_fadvise(t.fd.get(), 0, 0, POSIX_FADV_DONTNEED);
             if (const int e = FileIo::renameNoReplace(t.tempPath, t.finalPath)) {
                 discard(t);
                 fail(t.dest, name, QStringLiteral("no se pudo poner el nombre definitivo: %1")
                                        .arg(e == EEXIST ? QStringLiteral("ya existe un archivo con ese nombre") : reason(e)));
                 continue;
             }
-            ::close(t.fd);   // releases the lock
-            t.fd = -1;
+            t.fd.reset();   // releases the lock
             _folders.insert(folderOf(t.finalPath));
             ++_r.dests[t.dest].copied;
             _r.records.append(CopyRecord{t.dest, t.finalPath, digest, offset, name, f.historyKey});
@@ -284,7 +277,7 @@ private:
     IngestReport &_r;
     const QStringList &_roots;
     const QList<bool> &_usable;
-    IngestCancel *_cancel;
+    CancelToken *_cancel;
     IngestProgressBox *_progress;
     const IngestJob::Hooks &_hooks;
     std::unique_ptr<char[]> _buffer;
@@ -302,7 +295,7 @@ bool sameDevice(const QString &a, const QString &b)
 }
 
 // Reads the copy back from its disk and compares it with the digest taken while copying.
-Check verifyOne(const CopyRecord &rec, IngestCancel *cancel, const std::function<void(qint64)> &bytes)
+Check verifyOne(const CopyRecord &rec, CancelToken *cancel, const std::function<void(qint64)> &bytes)
 {
     const Sha256::FileDigest d = Sha256::ofFile(rec.dst, true, [&](qint64 n) {
         bytes(n);
@@ -317,7 +310,7 @@ Check verifyOne(const CopyRecord &rec, IngestCancel *cancel, const std::function
 
 // Verifies `records` (both disks at once, one thread each), deletes the bad copies and notes
 // them in their destination. Returns the records that failed.
-QList<CopyRecord> verifyRecords(IngestReport &r, IngestCancel *cancel, IngestProgressBox *progress)
+QList<CopyRecord> verifyRecords(IngestReport &r, CancelToken *cancel, IngestProgressBox *progress)
 {
     const int destCount = int(r.dests.size());
     std::vector<Check> checks(size_t(r.records.size()), Check::cancelled);
@@ -409,7 +402,7 @@ bool IngestReport::hasErrors() const
     return std::any_of(dests.begin(), dests.end(), [](const DestResult &d) { return d.hasErrors(); });
 }
 
-IngestJob::IngestJob(IngestRequest request, IngestCancel *cancel, IngestProgressBox *progress, Hooks hooks)
+IngestJob::IngestJob(IngestRequest request, CancelToken *cancel, IngestProgressBox *progress, Hooks hooks)
     : _request(std::move(request)), _cancel(cancel), _progress(progress), _hooks(std::move(hooks))
 {
 }
@@ -576,7 +569,7 @@ IngestReport IngestJob::run()
     return finish();
 }
 
-void IngestJob::verifyNow(IngestReport &report, IngestCancel *cancel, IngestProgressBox *progress, const Hooks &hooks)
+void IngestJob::verifyNow(IngestReport &report, CancelToken *cancel, IngestProgressBox *progress, const Hooks &hooks)
 {
     IngestProgressBox localBox;
     IngestProgressBox *box = progress ? progress : &localBox;

@@ -15,7 +15,7 @@
 #include <QStringList>
 #include <functional>
 
-class IngestCancel;
+class CancelToken;
 class IngestProgressBox;
 
 struct IngestRequest {
@@ -63,17 +63,17 @@ public:
         std::function<QString(const QString &source)> eject;
     };
 
-    IngestJob(IngestRequest request, IngestCancel *cancel, IngestProgressBox *progress, Hooks hooks = {});
+    IngestJob(IngestRequest request, CancelToken *cancel, IngestProgressBox *progress, Hooks hooks = {});
     IngestReport run();
 
     // "Verificar ahora": re-reads every record of a finished run from its disk, deletes the bad
     // copies, removes their keys from the record and rewrites the summary.
-    static void verifyNow(IngestReport &report, IngestCancel *cancel, IngestProgressBox *progress,
+    static void verifyNow(IngestReport &report, CancelToken *cancel, IngestProgressBox *progress,
                           const Hooks &hooks = {});
 
 private:
     IngestRequest _request;
-    IngestCancel *_cancel;
+    CancelToken *_cancel;
     IngestProgressBox *_progress;
     Hooks _hooks;
 };

@@ -11,7 +11,7 @@
 #include <QStringList>
 #include <functional>
 
-class IngestCancel;
+class CancelToken;
 
 struct IngestPlan {
     QList<PlannedFile> files;     // every file to write to at least one destination, in copy order
@@ -42,7 +42,7 @@ struct Input {
     QStringList destRoots;        // 1 or 2 destination folders
     QSet<QString> imported;       // the record's keys (used with options.skipImported)
     DestinationCheck check = DestinationCheck::full;
-    const IngestCancel *cancel = nullptr;
+    const CancelToken *cancel = nullptr;
     // Bytes read while comparing with files already in the destinations (progress).
     std::function<void(qint64 bytes, const QString &name)> comparing;
 };

@@ -1,7 +1,7 @@
 #include "ingestplan.h"
 
 #include "importedrecord.h"
-#include "ingestcancel.h"
+#include "util/canceltoken.h"
 #include "namevalues.h"
 #include "sha256.h"
 
@@ -37,7 +37,7 @@ QString extensionAsWritten(const QString &fileName)
     return dot <= 0 ? QString() : fileName.mid(dot + 1);
 }
 
-bool cancelled(const Input &in) { return in.cancel && in.cancel->cancelled(); }
+bool cancelled(const Input &in) { return in.cancel && in.cancel->isCancelled(); }
 
 // Groups in the order they are numbered: capture date, then name, then path.
 QList<Group> makeGroups(const QList<IngestItem> &items)

@@ -5,7 +5,7 @@
 // time; start() while busy is refused.
 #include "copyrecord.h"
 #include "destresult.h"
-#include "ingestcancel.h"
+#include "util/canceltoken.h"
 #include "ingestjob.h"
 #include "ingestphase.h"
 #include "ingestprogressbox.h"
@@ -82,7 +82,7 @@ private:
     QThread *_thread = nullptr;
     QObject *_context = nullptr;   // lives on _thread: jobs are queued to it
     QTimer _timer;
-    IngestCancel _cancel;
+    CancelToken _cancel;
     IngestProgressBox _box;
     IngestJob::Hooks _hooks;
     quint64 _seenSerial = 0;

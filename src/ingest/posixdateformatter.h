@@ -1,11 +1,10 @@
 #pragma once
-// Dates in file and folder names, formatted with the fixed "en_US_POSIX" conventions: ASCII
+// Dates in file and folder names, formatted by ICU with the fixed "en_US_POSIX" conventions: ASCII
 // digits, English month and day names, whatever the user's locale. Formats use the Unicode date
 // pattern syntax ("yyyyMMdd", "HHmmss", "yyyy-MM-dd", "d MMM yyyy", quoted 'literals').
-// Thread-safe: formatters are compiled once per format string and kept in a process-wide table
-// (guarded by one mutex) for the life of the process.
+// Thread-safe: a formatter is compiled once per format string and kept in a process-wide table
+// (guarded by one mutex) for the life of the process; each call formats with its own copy.
 #include <QDateTime>
-#include <QList>
 #include <QString>
 #include <memory>
 
@@ -25,13 +24,10 @@ public:
     static int cacheSize();
 
     explicit PosixDateFormatter(const QString &pattern);   // use forFormat()
+    ~PosixDateFormatter();
 
 private:
-    struct Field {
-        QChar letter;     // pattern letter; null for a literal
-        int count = 0;    // repetitions of the letter
-        QString literal;
-    };
+    struct Compiled;
     QString _pattern;
-    QList<Field> _fields;
+    std::unique_ptr<Compiled> _compiled;   // null when ICU refused the pattern
 };

@@ -1,6 +1,7 @@
 #include "sha256.h"
 
 #include "util/fileio.h"
+#include "util/uniquefd.h"
 
 #include <QFile>
 
@@ -64,34 +65,32 @@ Sha256::FileDigest Sha256::ofFile(const QString &path, bool fromDisk, const std:
 {
     FileDigest r;
     const QByteArray native = QFile::encodeName(path);
-    const int fd = ::open(native.constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    const UniqueFd fd(::open(native.constData(), O_RDONLY | O_CLOEXEC));
+    if (!fd) {
         r.error = errno;
         return r;
     }
     // From the disk: flush and drop what memory holds of the file, then read it with direct I/O
     // where the file system offers it (no copy through the page cache, and no cached page can
     // answer instead of the disk); elsewhere the dropped cache makes the reads go to the disk.
-    int directFd = -1;
+    UniqueFd directFd;
     if (fromDisk) {
-        FileIo::flushAndDrop(fd);
-        directFd = ::open(native.constData(), O_RDONLY | O_CLOEXEC | O_DIRECT);
+        FileIo::flushAndDrop(fd.get());
+        directFd.reset(::open(native.constData(), O_RDONLY | O_CLOEXEC | O_DIRECT));
     }
     AlignedBuffer a, b;
     char *current = a.data, *next = b.data;
     qint64 n = -1;
-    if (directFd >= 0) {
-        n = readChunk(directFd, current, true);
+    if (directFd) {
+        n = readChunk(directFd.get(), current, true);
         // Some file systems open for direct I/O and then refuse it: read through the cache.
-        if (n < 0 && errno == EINVAL) {
-            ::close(directFd);
-            directFd = -1;
-        }
+        if (n < 0 && errno == EINVAL)
+            directFd.reset();
     }
-    const bool direct = directFd >= 0;
-    const int in = direct ? directFd : fd;
+    const bool direct = directFd.isValid();
+    const int in = direct ? directFd.get() : fd.get();
     if (!direct) {
-        ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+        ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         n = readChunk(in, current, false);
     }
 
@@ -128,9 +127,6 @@ Sha256::FileDigest Sha256::ofFile(const QString &path, bool fromDisk, const std:
         }
     }
     if (fromDisk)
-        ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
-    if (directFd >= 0)
-        ::close(directFd);
-    ::close(fd);
+        ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED);
     return r;
 }

@@ -1,5 +1,8 @@
 #include "atomicfile.h"
 
+#include "fileio.h"
+#include "uniquefd.h"
+
 #include <QFile>
 #include <QUuid>
 
@@ -49,42 +52,23 @@ Result write(const QString &target, const QByteArray &data)
                          + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".part");
     const QByteArray tempNative = QFile::encodeName(temp);
 
-    const int fd = failHere("open") ? -1 : ::open(tempNative.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0)
+    UniqueFd fd(failHere("open") ? -1 : ::open(tempNative.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!fd)
         return fail(errno);
-    const char *p = data.constData();
-    qsizetype left = data.size();
-    while (left > 0) {
-        const ssize_t n = failHere("write") ? -1 : ::write(fd, p, size_t(left));
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            const int e = errno;
-            ::close(fd);
-            ::unlink(tempNative.constData());
-            return fail(e);
-        }
-        p += n;
-        left -= n;
-    }
-    if (failHere("sync") || ::fsync(fd) != 0) {
+    if (failHere("write") || !FileIo::writeFully(fd.get(), data.constData(), data.size())
+        || failHere("sync") || ::fsync(fd.get()) != 0) {
         const int e = errno;
-        ::close(fd);
+        fd.reset();
         ::unlink(tempNative.constData());
         return fail(e);
     }
-    ::close(fd);
+    fd.reset();
     if (failHere("rename") || ::rename(tempNative.constData(), QFile::encodeName(target).constData()) != 0) {
         const int e = errno;
         ::unlink(tempNative.constData());
         return fail(e);
     }
-    // Make the rename itself durable.
-    const int dirFd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dirFd >= 0) {
-        ::fsync(dirFd);
-        ::close(dirFd);
-    }
+    FileIo::syncFolder(folder);   // makes the rename itself durable
     return {};
 }
 

@@ -1,4 +1,5 @@
 #include "fileio.h"
+#include "uniquefd.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -126,11 +127,9 @@ int makePath(const QString &folder)
 
 void syncFolder(const QString &folder)
 {
-    const int fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
+    const UniqueFd fd(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd)
+        ::fsync(fd.get());
 }
 
 } // namespace FileIo

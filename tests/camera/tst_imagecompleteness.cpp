@@ -2,7 +2,7 @@
 // HEIC from libvips and MP4/MOV from ffmpeg, real camera files when the samples are present;
 // each cut short at several points.
 #include "camera/imagecompleteness.h"
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 #include "testenv.h"
 
 #include <QBuffer>
@@ -49,12 +49,6 @@ void expectCompleteThenCut(const QByteArray &whole, const char *what)
         QVERIFY2(verdictOf(cut) == Verdict::truncated, qPrintable(QStringLiteral("%1 cut at %2").arg(what).arg(f)));
     }
     QVERIFY2(verdictOf(whole.chopped(1)) == Verdict::truncated, what);
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 } // namespace
@@ -111,12 +105,12 @@ private slots:
             const QString out = dir.filePath(QStringLiteral("clip.%1").arg(ext));
             QCOMPARE(QProcess::execute(ffmpeg, {"-v", "error", "-f", "lavfi", "-i", "testsrc=size=160x120:rate=10",
                                                 "-t", "0.5", "-pix_fmt", "yuv420p", "-y", out}), 0);
-            expectCompleteThenCut(readFile(out), ext);
+            expectCompleteThenCut(TestEnv::readAll(out), ext);
         }
         const QString png = dir.filePath("in.png");
         QVERIFY(QImage::fromData(qtJpeg(320, 240)).save(png));
         QCOMPARE(QProcess::execute(vips, {"copy", png, dir.filePath("out.heic")}), 0);
-        expectCompleteThenCut(readFile(dir.filePath("out.heic")), "heic");
+        expectCompleteThenCut(TestEnv::readAll(dir.filePath("out.heic")), "heic");
         // A box that claims more than the file holds, and one too small to be a box.
         QCOMPARE(verdictOf(QByteArray("\0\0\0\x10" "ftypheic\0\0\0\0" "\0\0\x01\0" "mdat", 24)), Verdict::truncated);
         QCOMPARE(verdictOf(QByteArray("\0\0\0\x10" "ftypheic\0\0\0\0" "\0\0\0\x04" "mdat", 24)), Verdict::truncated);
@@ -143,21 +137,21 @@ private slots:
         for (const char *sub : {"jpeg", "heif"}) {
             const QDir dir(samples + QLatin1Char('/') + QLatin1String(sub));
             for (const QString &name : dir.entryList(QDir::Files)) {
-                const QByteArray whole = readFile(dir.filePath(name));
+                const QByteArray whole = TestEnv::readAll(dir.filePath(name));
                 QVERIFY2(verdictOf(whole) == Verdict::complete, qPrintable(name));
                 QVERIFY2(verdictOf(whole.left(whole.size() / 2)) == Verdict::truncated, qPrintable(name));
                 ++checked;
             }
         }
         for (const char *name : {"exiv2_Canon-R6-pruned.CR3", "exiftool_CanonRaw.cr3", "exiftool_Nikon.nef", "exiftool_CanonRaw.cr2"}) {
-            const QByteArray whole = readFile(samples + "/raw/" + name);
+            const QByteArray whole = TestEnv::readAll(samples + "/raw/" + name);
             if (whole.isEmpty())
                 continue;
             QVERIFY2(verdictOf(whole) == Verdict::complete, name);
             ++checked;
         }
         for (const char *name : {"filetype_Leica-M10_truncated.dng", "filetype_truncated.cr3", "mei_Issue_419_truncated.rw2"}) {
-            const QByteArray cut = readFile(samples + "/raw/" + name);
+            const QByteArray cut = TestEnv::readAll(samples + "/raw/" + name);
             if (!cut.isEmpty())
                 QVERIFY2(verdictOf(cut) == Verdict::truncated, name);
         }

@@ -19,14 +19,14 @@ private slots:
     void initTestCase()
     {
         TestEnv::isolate();
-        QVERIFY2(QFile::exists(qEnvironmentVariable("CORVANE_BIN")), "CORVANE_BIN must name the built corvane");
+        QVERIFY2(corvaneBuilt(), "CORVANE_BIN must name the built corvane");
     }
 
     void receivesUntilInterrupted()
     {
         QTemporaryDir dest, src;
         QProcess p;
-        p.start(qEnvironmentVariable("CORVANE_BIN"), {"receive", "--to", dest.path(), "--port", "0"});
+        p.start(corvaneBin(), {"receive", "--to", dest.path(), "--port", "0"});
         QString out;
         QRegularExpressionMatch ready;
         const QRegularExpression readyLine("Esperando a la cámara en el puerto (\\d+)\\.");
@@ -92,9 +92,9 @@ private slots:
         if (::geteuid() == 0) {
             if (QStandardPaths::findExecutable("setpriv").isEmpty())
                 QSKIP("no setpriv to drop root");
-            p.start("setpriv", QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", qEnvironmentVariable("CORVANE_BIN")} + args);
+            p.start("setpriv", QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", corvaneBin()} + args);
         } else {
-            p.start(qEnvironmentVariable("CORVANE_BIN"), args);
+            p.start(corvaneBin(), args);
         }
         QVERIFY(p.waitForFinished(10000));
         const QString err = QString::fromUtf8(p.readAllStandardError());

@@ -17,7 +17,7 @@ private slots:
     void initTestCase()
     {
         TestEnv::isolate();
-        QVERIFY2(QFile::exists(qEnvironmentVariable("CORVANE_BIN")), "CORVANE_BIN must name the built corvane");
+        QVERIFY2(corvaneBuilt(), "CORVANE_BIN must name the built corvane");
     }
 
     void scanJson()

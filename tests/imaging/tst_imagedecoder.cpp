@@ -6,13 +6,14 @@
 // glib (under libvips) names a struct member "signals", a word Qt's headers define away: it goes first.
 #include <vips/vips8>
 
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 #include "imaging/exifthumbnail.h"
 #include "imaging/imagedecoder.h"
 #include "imaging/imageorientation.h"
 #include "imaging/vipsbitmap.h"
 #include "model/filekinds.h"
 #include "testenv.h"
+#include "testtools.h"
 
 #include <QDirIterator>
 #include <QElapsedTimer>
@@ -26,17 +27,6 @@ using vips::VImage;
 namespace {
 
 enum Corner { TopLeft, TopRight, BottomLeft, BottomRight };
-
-QString runTool(const QString &program, const QStringList &args)
-{
-    QProcess p;
-    p.start(program, args);
-    if (!p.waitForFinished(60000))
-        return program + QStringLiteral(" did not finish");
-    if (p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0)
-        return program + QStringLiteral(" failed: ") + QString::fromLocal8Bit(p.readAllStandardError());
-    return {};
-}
 
 // Blue, with a red block over the top-left quarter's corner (a quarter of each side).
 VImage marked(int w, int h, const std::vector<double> &base = {0, 0, 255})
@@ -90,12 +80,6 @@ bool sane(const QImage &image)
     return image.format() == QImage::Format_RGB32 || image.format() == QImage::Format_ARGB32_Premultiplied;
 }
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 } // namespace
 
 class TestImageDecoder : public QObject
@@ -112,7 +96,7 @@ class TestImageDecoder : public QObject
         const QString p = path(name);
         marked(w, h).write_to_file(p.toUtf8().constData(), VImage::option()->set("strip", true));
         if (orientation > 0)
-            [&] { QCOMPARE(runTool("exiv2", {"-M", QStringLiteral("set Exif.Image.Orientation %1").arg(orientation), p}), QString()); }();
+            [&] { QCOMPARE(TestTools::run("exiv2", {"-M", QStringLiteral("set Exif.Image.Orientation %1").arg(orientation), p}), QString()); }();
         return p;
     }
 
@@ -184,7 +168,7 @@ private slots:
         const QString p = orientedJpeg(QStringLiteral("withthumb.jpg"), 6, 1200, 800);
         VImage::black(240, 160).new_from_image({0, 200, 0}).cast(VIPS_FORMAT_UCHAR)
             .write_to_file(path(QStringLiteral("withthumb-thumb.jpg")).toUtf8().constData(), VImage::option()->set("strip", true));
-        QCOMPARE(runTool("exiv2", {"-it", p}), QString());
+        QCOMPARE(TestTools::run("exiv2", {"-it", p}), QString());
 
         const auto found = ExifThumbnail::read(p);
         QVERIFY(found.has_value());
@@ -210,7 +194,7 @@ private slots:
     void exifThumbnailWalkOnDamage()
     {
         const QString p = path(QStringLiteral("withthumb.jpg"));
-        const QByteArray good = readAll(p);
+        const QByteArray good = TestEnv::readAll(p);
         QVERIFY(good.size() > 1000);
         const auto data = [](const QByteArray &b) { return reinterpret_cast<const uint8_t *>(b.constData()); };
         QVERIFY(ExifThumbnail::find(data(good), good.size()).has_value());
@@ -386,7 +370,7 @@ private slots:
         const QString jpeg = orientedJpeg(QStringLiteral("own8.jpg"), 8, 1200, 800);
         TiffRawWriter::Options o;
         o.orientation = 6;
-        o.jpeg = readAll(jpeg);
+        o.jpeg = TestEnv::readAll(jpeg);
         const QString p = writeRaw(QStringLiteral("own8.nef"), o);
         const ImageDecoder::Result r = ImageDecoder::decode(p, true, 600);
         QCOMPARE(sizeOf(r.image), QSize(400, 600));
@@ -470,7 +454,7 @@ private slots:
         QFETCH(int, corner);
         const QString plain = path(QStringLiteral("plain.mp4"));
         if (!QFile::exists(plain)) {
-            const QString made = runTool("ffmpeg", {"-v", "error", "-y", "-f", "lavfi", "-i",
+            const QString made = TestTools::run("ffmpeg", {"-v", "error", "-y", "-f", "lavfi", "-i",
                                                     "color=c=blue:s=320x240:d=2,drawbox=x=0:y=0:w=80:h=60:color=red:t=fill",
                                                     "-pix_fmt", "yuv420p", plain});
             if (!made.isEmpty())
@@ -479,7 +463,7 @@ private slots:
         QString p = plain;
         if (!rotate.isEmpty()) {
             p = path(QStringLiteral("rot%1.mov").arg(rotate));
-            QCOMPARE(runTool("ffmpeg", {"-v", "error", "-y", "-i", plain, "-c", "copy", "-metadata:s:v:0",
+            QCOMPARE(TestTools::run("ffmpeg", {"-v", "error", "-y", "-i", plain, "-c", "copy", "-metadata:s:v:0",
                                         QStringLiteral("rotate=%1").arg(rotate), p}),
                      QString());
         }
@@ -507,7 +491,7 @@ private slots:
         QFETCH(QString, graph);
         QFETCH(bool, green);
         const QString p = path(QStringLiteral("timed-%1.mp4").arg(green));
-        const QString made = runTool("ffmpeg", {"-v", "error", "-y", "-f", "lavfi", "-i", graph, "-g", "100",
+        const QString made = TestTools::run("ffmpeg", {"-v", "error", "-y", "-f", "lavfi", "-i", graph, "-g", "100",
                                                 "-pix_fmt", "yuv420p", p});
         if (!made.isEmpty())
             QSKIP(qPrintable(made));

@@ -4,20 +4,13 @@
 #include "imaging/memorycache.h"
 #include "imaging/workqueue.h"
 #include "testenv.h"
+#include "testimages.h"
 
 #include <QSemaphore>
 #include <QSettings>
 #include <QtTest>
 
-namespace {
-QString writeJpeg(const QString &path, int w, int h, QColor colour)
-{
-    QImage image(w, h, QImage::Format_RGB32);
-    image.fill(colour);
-    image.save(path, "JPEG", 90);
-    return path;
-}
-} // namespace
+using TestImages::writeJpeg;
 
 class TestImagePipeline : public QObject
 {
@@ -120,6 +113,27 @@ private slots:
         gate.release();
         q.waitForDone();
         QCOMPARE(order, QStringList({"normal", "high", "newer normal", "low"}));
+    }
+
+    void workQueueLetsGoOfRunAndCancelledWork()
+    {
+        // Each work holds its own job, as a caller that must recognise its job later does: once
+        // the job has run or been cancelled, nothing may keep that loop alive.
+        WorkQueue q("test", 1);
+        QSemaphore gate;
+        q.submit([&] { gate.acquire(); }, 100);   // holds the only worker
+        auto selfHeld = [&q](int priority) {
+            auto self = std::make_shared<WorkQueue::JobPtr>();
+            *self = q.submit([self] {}, priority);
+            return std::weak_ptr<WorkQueue::Job>(*self);
+        };
+        const std::weak_ptr<WorkQueue::Job> ran = selfHeld(0);
+        const std::weak_ptr<WorkQueue::Job> cancelled = selfHeld(0);
+        q.cancel(cancelled.lock());
+        QVERIFY(cancelled.expired());
+        gate.release();
+        q.waitForDone();
+        QVERIFY(ran.expired());
     }
 
     void thumbnailsComeFromTheDiskCacheTheSecondTime()

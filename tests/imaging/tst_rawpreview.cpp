@@ -4,7 +4,7 @@
 // glib (under libvips) names a struct member "signals", a word Qt's headers define away: it goes first.
 #include <vips/vips8>
 
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 #include "imaging/rawpreview.h"
 #include "corvanerun.h"
 #include "testenv.h"
@@ -1120,7 +1120,7 @@ private slots:
 
     void command()
     {
-        QVERIFY2(QFile::exists(qEnvironmentVariable("CORVANE_BIN")), "CORVANE_BIN must name the built corvane");
+        QVERIFY2(corvaneBuilt(), "CORVANE_BIN must name the built corvane");
         QTemporaryDir dir;
         Options o;
         o.jpeg = smallJpeg(1616, 1080);

@@ -42,11 +42,6 @@ inline QString write(const QString &root, const QString &rel, const QByteArray &
     return path;
 }
 
-inline QByteArray read(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 // Every file below root (hidden ones too), as sorted relative paths.
 inline QStringList files(const QString &root)

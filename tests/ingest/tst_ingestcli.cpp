@@ -70,13 +70,13 @@ class TestIngestCli : public QObject
                     continue;
                 }
                 QVERIFY2(byPath.contains(f), qPrintable("unexpected " + f));
-                QVERIFY2(TestCard::read(d + "/" + f) == byPath.value(f)->bytes, qPrintable("not whole: " + f));
+                QVERIFY2(TestEnv::readAll(d + "/" + f) == byPath.value(f)->bytes, qPrintable("not whole: " + f));
             }
         const QSet<QString> recorded = ImportedRecord::load();
         for (const Planned &p : plan)
             if (recorded.contains(p.historyKey))
                 for (const QString &d : dests)
-                    QVERIFY2(TestCard::read(d + "/" + p.relPath) == p.bytes, qPrintable("recorded but missing: " + p.relPath));
+                    QVERIFY2(TestEnv::readAll(d + "/" + p.relPath) == p.bytes, qPrintable("recorded but missing: " + p.relPath));
     }
 
     void checkComplete(const QList<Planned> &plan, const QStringList &dests)
@@ -91,7 +91,7 @@ class TestIngestCli : public QObject
         for (const QString &d : dests) {
             QCOMPARE(TestCard::files(d), expected);   // nothing missing, nothing twice, no part
             for (const Planned &p : plan)
-                QVERIFY(TestCard::read(d + "/" + p.relPath) == p.bytes);
+                QVERIFY(TestEnv::readAll(d + "/" + p.relPath) == p.bytes);
         }
         QCOMPARE(ImportedRecord::load(), keys);
     }
@@ -100,7 +100,7 @@ private slots:
     void initTestCase()
     {
         TestEnv::isolate();
-        QVERIFY(QFileInfo(qEnvironmentVariable("CORVANE_BIN")).isExecutable());
+        QVERIFY2(corvaneBuilt(), "CORVANE_BIN must name the built corvane");
     }
 
     void killedAtRandomMomentsLosesNothing()
@@ -135,7 +135,7 @@ private slots:
                 QFile::remove(ImportedRecord::path());
             }
             QProcess p;
-            p.start(qEnvironmentVariable("CORVANE_BIN"), QStringList{"ingest"} + args);
+            p.start(corvaneBin(), QStringList{"ingest"} + args);
             QVERIFY(p.waitForStarted());
             if (!p.waitForFinished(int(gen.bounded(runMs)))) {
                 p.kill();   // SIGKILL
@@ -170,7 +170,7 @@ private slots:
             const rlimit limit{768 * 1024, 768 * 1024};
             ::setrlimit(RLIMIT_FSIZE, &limit);
         });
-        p.start(qEnvironmentVariable("CORVANE_BIN"), args);
+        p.start(corvaneBin(), args);
         QVERIFY(p.waitForFinished(60000));
         QCOMPARE(p.exitStatus(), QProcess::NormalExit);
         QCOMPARE(p.exitCode(), 1);

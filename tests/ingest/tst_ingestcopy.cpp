@@ -55,9 +55,9 @@ IngestRequest request(const Card &card, const QString &a, const QString &b = {})
     return r;
 }
 
-IngestReport run(const IngestRequest &r, IngestJob::Hooks hooks = {}, IngestCancel *cancel = nullptr)
+IngestReport run(const IngestRequest &r, IngestJob::Hooks hooks = {}, CancelToken *cancel = nullptr)
 {
-    IngestCancel own;
+    CancelToken own;
     return IngestJob(r, cancel ? cancel : &own, nullptr, std::move(hooks)).run();
 }
 
@@ -65,7 +65,7 @@ IngestReport run(const IngestRequest &r, IngestJob::Hooks hooks = {}, IngestCanc
 void checkComplete(const Card &card, const QString &dest)
 {
     for (auto it = card.files.begin(); it != card.files.end(); ++it)
-        QCOMPARE(TestCard::read(dest + "/" + nameOf(it.key())), it.value());
+        QCOMPARE(TestEnv::readAll(dest + "/" + nameOf(it.key())), it.value());
     QCOMPARE(TestCard::files(dest).size(), card.files.size());
 }
 
@@ -236,7 +236,7 @@ private slots:
         QVERIFY(f.open(QIODevice::ReadWrite));
         f.write("XX");
         f.close();
-        IngestCancel cancel;
+        CancelToken cancel;
         IngestJob::verifyNow(r, &cancel, nullptr);
         QVERIFY(r.verified);
         QCOMPARE(r.dests[0].verifiedOK, 3);
@@ -266,11 +266,11 @@ private slots:
         req.options.skipImported = false;
         const IngestReport r = run(req);
         QCOMPARE(r.summary.outcome, IngestOutcome::verified);
-        QCOMPARE(TestCard::read(a + "/DSC_0001.NEF"), foreign);
+        QCOMPARE(TestEnv::readAll(a + "/DSC_0001.NEF"), foreign);
         // The whole shot moves to the next free suffix, on both disks alike.
-        QCOMPARE(TestCard::read(a + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
-        QCOMPARE(TestCard::read(a + "/DSC_0001-2.JPG"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.JPG"));
-        QCOMPARE(TestCard::read(b + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
+        QCOMPARE(TestEnv::readAll(a + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
+        QCOMPARE(TestEnv::readAll(a + "/DSC_0001-2.JPG"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.JPG"));
+        QCOMPARE(TestEnv::readAll(b + "/DSC_0001-2.NEF"), card.files.value(card.root + "/DCIM/100NIKON/DSC_0001.NEF"));
         QVERIFY(!QFile::exists(b + "/DSC_0001.NEF"));
         // The copy already on B counts as copied and is left untouched.
         struct stat after;
@@ -288,9 +288,9 @@ private slots:
         const QString a = dir("A");
         const QString from = TestCard::write(a, ".part1", "new"), to = TestCard::write(a, "taken", "old");
         QCOMPARE(FileIo::renameNoReplace(from, to), EEXIST);
-        QCOMPARE(TestCard::read(to), QByteArray("old"));
+        QCOMPARE(TestEnv::readAll(to), QByteArray("old"));
         QCOMPARE(FileIo::renameNoReplace(from, a + "/free"), 0);
-        QCOMPARE(TestCard::read(a + "/free"), QByteArray("new"));
+        QCOMPARE(TestEnv::readAll(a + "/free"), QByteArray("new"));
     }
 
     void staleParts()
@@ -433,7 +433,7 @@ private slots:
         QCOMPARE(runner.copied(), 1);
         QCOMPARE(runner.skipped(), 1);
         QCOMPARE(runner.verifiedCount(), 2);
-        QCOMPARE(TestCard::read(b + "/MVI_0001.MP4"), big);
+        QCOMPARE(TestEnv::readAll(b + "/MVI_0001.MP4"), big);
     }
 };
 

@@ -9,7 +9,7 @@
 #include "model/filekinds.h"
 #include "model/folderscanner.h"
 #include "testenv.h"
-#include "cli/tiffrawwriter.h"
+#include "sampledata/tiffrawwriter.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -333,7 +333,7 @@ private slots:
         QVERIFY(ImportedRecord::add({"c|5|6"}, file).isEmpty());
         QVERIFY(ImportedRecord::remove({"a|1|2"}, file).isEmpty());
         QCOMPARE(ImportedRecord::load(file), (QSet<QString>{"b|3|4", "c|5|6"}));
-        const QJsonDocument doc = QJsonDocument::fromJson(TestCard::read(file));
+        const QJsonDocument doc = QJsonDocument::fromJson(TestEnv::readAll(file));
         QVERIFY(doc.isArray());
         QCOMPARE(doc.array().size(), 2);
         // A damaged record offers everything again.

@@ -7,14 +7,6 @@
 
 #include <QtTest>
 
-namespace {
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-} // namespace
-
 class TestMarks : public QObject
 {
     Q_OBJECT
@@ -114,7 +106,7 @@ private slots:
         map.insert("b", Marks::from(ColorClass::c1, 0, false, 0, std::nullopt));
         QCOMPARE(MarksFile::save(dir.path(), map, std::nullopt), QString());
         QVERIFY(!QFile::exists(dir.filePath(".ostrel.json")));
-        const auto saved = MarksFile::decode(readAll(dir.filePath(".corvane.json")));
+        const auto saved = MarksFile::decode(TestEnv::readAll(dir.filePath(".corvane.json")));
         QVERIFY(saved);
         QCOMPARE(saved->marks.size(), 2);
         // The legacy file held the offsets; they were kept only if the new file had them. The
@@ -151,12 +143,12 @@ private slots:
         QTemporaryDir dir;
         const MarksMap before{{"a", Marks::from(ColorClass::c1, 1, false, 0, {})}};
         QCOMPARE(MarksFile::save(dir.path(), before, std::nullopt), QString());
-        const QByteArray old = readAll(dir.filePath(".corvane.json"));
+        const QByteArray old = TestEnv::readAll(dir.filePath(".corvane.json"));
         AtomicFile::setFailureForTesting(step.constData());
         const QString error = MarksFile::save(dir.path(), {{"b", Marks::from(ColorClass::c2, 0, false, 0, {})}}, std::nullopt);
         AtomicFile::setFailureForTesting(nullptr);
         QVERIFY(error.startsWith(QStringLiteral("No se pudieron guardar las marcas")));
-        QCOMPARE(readAll(dir.filePath(".corvane.json")), old);
+        QCOMPARE(TestEnv::readAll(dir.filePath(".corvane.json")), old);
         // No temporary file is left behind.
         QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList({".corvane.json"}));
     }

@@ -2,6 +2,7 @@
 // damaged files, and the camera samples when present.
 #include "metadata/metareader.h"
 #include "testenv.h"
+#include "testtools.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -21,21 +22,10 @@ namespace {
 
 using Batch = QList<QPair<QUuid, std::optional<PhotoMeta>>>;
 
-QString runTool(const QString &program, const QStringList &args)
-{
-    QProcess p;
-    p.start(program, args);
-    if (!p.waitForFinished(30000))
-        return program + QStringLiteral(" did not finish");
-    if (p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0)
-        return program + QStringLiteral(" failed: ") + QString::fromLocal8Bit(p.readAllStandardError());
-    return {};
-}
-
 // A small real JPEG; `strip` leaves out the EXIF block vips writes by default.
 QString makeJpeg(const QString &path, int w = 64, int h = 48, bool strip = false)
 {
-    return runTool(QStringLiteral("vips"), {QStringLiteral("black"),
+    return TestTools::run(QStringLiteral("vips"), {QStringLiteral("black"),
                                             path + (strip ? QStringLiteral("[strip]") : QString()),
                                             QString::number(w), QString::number(h)});
 }
@@ -47,13 +37,7 @@ QString tag(const QString &path, const QStringList &commands)
     for (const QString &c : commands)
         args << QStringLiteral("-M") << c;
     args << path;
-    return runTool(QStringLiteral("exiv2"), args);
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    return TestTools::run(QStringLiteral("exiv2"), args);
 }
 
 bool writeAll(const QString &path, const QByteArray &bytes)
@@ -355,7 +339,7 @@ void TestMetaReader::truncatedAfterHeaders()
     QCOMPARE(makeJpeg(full, 256, 192), QString());
     QCOMPARE(tag(full, {"set Exif.Photo.DateTimeOriginal 2022:09:03 17:45:12", "set Exif.Image.Model NIKON Z 6"}),
              QString());
-    const QByteArray bytes = readAll(full);
+    const QByteArray bytes = TestEnv::readAll(full);
     QVERIFY(bytes.size() > 600);
     // End of the APP1 (EXIF) segment: marker FFE1 at 2 after SOI… or later after APP0.
     qsizetype app1 = bytes.indexOf(QByteArray("\xFF\xE1", 2));

@@ -1,6 +1,7 @@
 #pragma once
 // Runs the built corvane executable (CORVANE_BIN, set by ctest) as a user would.
 #include <QByteArray>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
 
@@ -9,10 +10,15 @@ struct CorvaneRun {
     QByteArray out, err;
 };
 
+inline QString corvaneBin() { return qEnvironmentVariable("CORVANE_BIN"); }
+
+// For initTestCase(): QVERIFY2(corvaneBuilt(), …).
+inline bool corvaneBuilt() { return QFileInfo(corvaneBin()).isExecutable(); }
+
 inline CorvaneRun corvane(const QStringList &args, int timeoutMs = 60000)
 {
     QProcess p;
-    p.start(qEnvironmentVariable("CORVANE_BIN"), args);
+    p.start(corvaneBin(), args);
     p.waitForFinished(timeoutMs);
     return {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
 }

@@ -35,6 +35,13 @@ inline QString touch(const QString &path, const QByteArray &bytes = QByteArray("
     return path;
 }
 
+// The whole file, or nothing when it cannot be read.
+inline QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
 // The folder of real camera files, or empty when it is absent (tests then skip).
 inline QString samples()
 {
