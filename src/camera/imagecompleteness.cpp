@@ -1,7 +1,6 @@
 #include "imagecompleteness.h"
 
 #include <QFile>
-#include <QSet>
 
 #include <algorithm>
 #include <array>
@@ -106,124 +105,109 @@ bool jpegComplete(const Reader &r)
 
 // ----- TIFF
 
-class TiffWalker
+constexpr int kMaxChain = 64;          // IFDs in one chain
+constexpr int kMaxDepth = 4;           // levels of sub-IFDs and EXIF IFDs below IFD0
+constexpr quint32 kMaxChildren = 64;   // sub-IFDs of one IFD
+constexpr quint32 kMaxArray = 100000;  // strips or tiles: a count no camera writes is not followed
+
+enum class TiffState { whole, cut, tangled };
+
+// Every IFD, and every strip, tile and embedded JPEG they point to, lies inside the file. A walk
+// that runs out of the reader's budget cannot tell: the file is too tangled to be a camera's.
+class TiffCheck
 {
 public:
-    TiffWalker(const Reader &r, bool little) : _r(r), _little(little) {}
+    TiffCheck(TiffReader &reader, const TiffReader::Structure &tiff) : _r(reader), _s(tiff) {}
 
-    bool walkChain(std::uint64_t offset, int depth)
+    TiffState chain(quint32 offset, int depth)
     {
-        for (int n = 0; offset != 0 && n < 64; ++n) {
-            if (_visited.contains(offset))
-                return true;   // a loop: every IFD on it has been checked already
-            _visited.insert(offset);
-            std::uint64_t next = 0;
-            if (!walkIfd(offset, depth, next))
-                return false;
-            offset = next;
+        for (int n = 0; offset != 0 && n < kMaxChain; ++n) {
+            const TiffReader::Ifd ifd = _r.ifd(_s, offset);
+            if (ifd.status == TiffReader::Ifd::Repeat)
+                return TiffState::whole;   // a loop: every IFD on it has been checked already
+            if (ifd.status == TiffReader::Ifd::Spent)
+                return TiffState::tangled;
+            if (!ifd || !ifd.next)
+                return TiffState::cut;
+            if (const TiffState t = entries(ifd, depth); t != TiffState::whole)
+                return t;
+            offset = *ifd.next;
         }
-        return true;
+        return TiffState::whole;
     }
 
 private:
-    std::uint16_t u16(const std::uint8_t *p) const { return _little ? std::uint16_t(p[0] | p[1] << 8) : std::uint16_t(p[0] << 8 | p[1]); }
-    std::uint32_t u32(const std::uint8_t *p) const
+    // The values of a SHORT, LONG or IFD entry, at most `cap` of them; none for another type or a
+    // larger count (nothing to follow).
+    TiffState values(const TiffReader::Entry &e, quint32 cap, std::vector<quint32> &out)
     {
-        return _little ? std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 | std::uint32_t(p[3]) << 24
-                       : std::uint32_t(p[0]) << 24 | std::uint32_t(p[1]) << 16 | std::uint32_t(p[2]) << 8 | std::uint32_t(p[3]);
-    }
-    static unsigned typeSize(unsigned type)
-    {
-        switch (type) {
-        case 1: case 2: case 6: case 7: return 1;
-        case 3: case 8: return 2;
-        case 4: case 9: case 11: case 13: return 4;
-        case 5: case 10: case 12: return 8;
-        default: return 0;
-        }
-    }
-
-    // The values of a SHORT or LONG entry (offsets and byte counts), at most `cap` of them.
-    bool values(const std::uint8_t *entry, std::vector<std::uint64_t> &out, size_t cap = 100000)
-    {
-        const unsigned type = u16(entry + 2);
-        const std::uint64_t count = u32(entry + 4);
         out.clear();
-        if ((type != 3 && type != 4 && type != 13) || count > cap)
-            return true;   // another type, or a count no camera writes: nothing to follow
-        const unsigned size = typeSize(type);
-        const std::uint64_t bytes = count * size;
-        std::vector<std::uint8_t> buf(size_t(std::max<std::uint64_t>(bytes, 4)));
-        if (bytes <= 4)
-            std::copy(entry + 8, entry + 12, buf.begin());
-        else if (!_r.read(u32(entry + 8), buf.data(), size_t(bytes)))
-            return false;
-        for (std::uint64_t i = 0; i < count; ++i)
-            out.push_back(size == 2 ? u16(&buf[size_t(i * 2)]) : u32(&buf[size_t(i * 4)]));
-        return true;
+        if ((e.type != TiffReader::Short && e.type != TiffReader::Long && e.type != TiffReader::IfdType) || e.count > cap)
+            return TiffState::whole;
+        auto v = _r.values(_s, e);
+        if (!v)
+            return _r.spent() ? TiffState::tangled : TiffState::cut;
+        out = std::move(*v);
+        return TiffState::whole;
     }
 
-    bool walkIfd(std::uint64_t offset, int depth, std::uint64_t &next)
+    TiffState entries(const TiffReader::Ifd &ifd, int depth)
     {
-        std::uint8_t head[2];
-        if (!_r.read(offset, head, 2))
-            return false;
-        const unsigned count = u16(head);
-        std::vector<std::uint8_t> table(size_t(count) * 12 + 4);
-        if (!_r.read(offset + 2, table.data(), table.size()))
-            return false;
-        next = u32(&table[size_t(count) * 12]);
-
-        std::vector<std::uint64_t> offsets[3], lengths[3];   // strips, tiles, embedded JPEG
-        std::vector<std::uint64_t> children;
-        for (unsigned i = 0; i < count; ++i) {
-            const std::uint8_t *e = &table[size_t(i) * 12];
-            std::vector<std::uint64_t> v;
-            switch (u16(e)) {
-            case 273: if (!values(e, offsets[0])) return false; break;
-            case 279: if (!values(e, lengths[0])) return false; break;
-            case 324: if (!values(e, offsets[1])) return false; break;
-            case 325: if (!values(e, lengths[1])) return false; break;
-            case 513: if (!values(e, offsets[2], 1)) return false; break;
-            case 514: if (!values(e, lengths[2], 1)) return false; break;
+        std::vector<quint32> offsets[3], lengths[3];   // strips, tiles, embedded JPEG
+        std::vector<quint32> children, v;
+        for (const TiffReader::Entry &e : ifd.entries) {
+            TiffState t = TiffState::whole;
+            switch (e.tag) {
+            case 273: t = values(e, kMaxArray, offsets[0]); break;
+            case 279: t = values(e, kMaxArray, lengths[0]); break;
+            case 324: t = values(e, kMaxArray, offsets[1]); break;
+            case 325: t = values(e, kMaxArray, lengths[1]); break;
+            case 513: t = values(e, 1, offsets[2]); break;
+            case 514: t = values(e, 1, lengths[2]); break;
             case 330:     // SubIFDs
             case 34665:   // Exif IFD
-                if (!values(e, v, 64))
-                    return false;
+                t = values(e, kMaxChildren, v);
                 children.insert(children.end(), v.begin(), v.end());
                 break;
             default: break;
             }
+            if (t != TiffState::whole)
+                return t;
         }
         for (int k = 0; k < 3; ++k) {
             const size_t n = std::min(offsets[k].size(), lengths[k].size());
             for (size_t i = 0; i < n; ++i)
-                if (!_r.inside(offsets[k][i], lengths[k][i]))
-                    return false;
+                if (!_s.contains(offsets[k][i], lengths[k][i]))
+                    return TiffState::cut;
         }
-        if (depth < 4)
-            for (std::uint64_t child : children)
-                if (child != 0 && !walkChain(child, depth + 1))
-                    return false;
-        return true;
+        if (depth < kMaxDepth)
+            for (quint32 child : children)
+                if (child != 0)
+                    if (const TiffState t = chain(child, depth + 1); t != TiffState::whole)
+                        return t;
+        return TiffState::whole;
     }
 
-    const Reader &_r;
-    bool _little;
-    QSet<std::uint64_t> _visited;
+    TiffReader &_r;
+    const TiffReader::Structure &_s;
 };
 
-bool tiffComplete(const Reader &r, bool little)
+Verdict tiffVerdict(const Reader &r, TiffReader::Work *work)
 {
-    std::uint8_t h[8];
-    if (!r.read(0, h, 8))
-        return false;
-    const std::uint32_t first = little ? std::uint32_t(h[4]) | std::uint32_t(h[5]) << 8 | std::uint32_t(h[6]) << 16 | std::uint32_t(h[7]) << 24
-                                       : std::uint32_t(h[4]) << 24 | std::uint32_t(h[5]) << 16 | std::uint32_t(h[6]) << 8 | std::uint32_t(h[7]);
-    if (first == 0)
-        return false;
-    TiffWalker walker(r, little);
-    return walker.walkChain(first, 0);
+    TiffReader reader([&r](qint64 offset, qint64 length, uint8_t *out) {
+        return r.read(std::uint64_t(offset), out, size_t(length));
+    }, qint64(r.size()));
+    TiffState state = TiffState::cut;
+    if (const auto tiff = reader.structure(0); tiff && tiff->firstIfd != 0)
+        state = TiffCheck(reader, *tiff).chain(tiff->firstIfd, 0);
+    if (work)
+        *work = reader.work();
+    switch (state) {
+    case TiffState::whole: return Verdict::complete;
+    case TiffState::cut: return Verdict::truncated;
+    case TiffState::tangled: return Verdict::unknownKind;
+    }
+    return Verdict::unknownKind;
 }
 
 // ----- ISO base media
@@ -266,7 +250,7 @@ bool isoComplete(const Reader &r)
 
 } // namespace
 
-Verdict check(int fd)
+Verdict check(int fd, TiffReader::Work *tiffWork)
 {
     struct stat st;
     if (::fstat(fd, &st) != 0)
@@ -284,7 +268,7 @@ Verdict check(int fd)
         const bool tiff = (ii && ((h[2] == 42 && h[3] == 0) || (h[2] == 'R' && (h[3] == 'O' || h[3] == 'S')) || (h[2] == 0x55 && h[3] == 0)))
                           || (mm && ((h[2] == 0 && h[3] == 42) || (h[2] == 'O' && h[3] == 'R')));
         if (tiff)
-            return tiffComplete(r, ii) ? Verdict::complete : Verdict::truncated;
+            return tiffVerdict(r, tiffWork);
     }
     if (r.size() >= 8 && isBoxType(h + 4)) {
         static const char *kTopBoxes[] = {"ftyp", "moov", "mdat", "wide", "free", "skip", "pnot", "uuid"};

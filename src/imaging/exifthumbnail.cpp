@@ -1,5 +1,7 @@
 #include "exifthumbnail.h"
 
+#include "tiffreader.h"
+
 #include <QFile>
 
 #include <cstring>
@@ -9,119 +11,59 @@ namespace {
 
 constexpr int kMaxMarkers = 64;
 constexpr int kMaxEntries = 999;
+constexpr quint16 kOrientation = 0x0112, kThumbnailOffset = 0x0201, kThumbnailLength = 0x0202;
 
-// A TIFF structure at `base` of a random-access byte source.
-class Tiff
+// The thumbnail of the TIFF structure that makes up all of `reader`'s input.
+std::optional<Found> fromTiff(TiffReader &reader)
 {
-public:
-    Tiff(const ReadAt &read, qint64 base, qint64 size) : _read(read), _base(base), _size(size) {}
-
-    bool header()
-    {
-        char h[8];
-        if (!bytes(0, 8, h))
-            return false;
-        if (h[0] == 'I' && h[1] == 'I')
-            _big = false;
-        else if (h[0] == 'M' && h[1] == 'M')
-            _big = true;
-        else
-            return false;
-        return u16(h + 2) == 42 && (_ifd0 = u32(h + 4)) >= 8;
-    }
-
-    // Reads an IFD at `offset` (relative to the TIFF start): calls `onEntry(tag, type, count,
-    // value field)` for each entry and returns the next IFD's offset (0 for none, -1 on damage).
-    template<typename F>
-    qint64 ifd(qint64 offset, F &&onEntry)
-    {
-        char c[2];
-        if (offset < 8 || !bytes(offset, 2, c))
-            return -1;
-        const int count = u16(c);
-        if (count < 1 || count > kMaxEntries)
-            return -1;
-        QByteArray entries(qsizetype(count) * 12 + 4, Qt::Uninitialized);
-        if (!bytes(offset + 2, entries.size(), entries.data()))
-            return -1;
-        for (int i = 0; i < count; ++i) {
-            const char *e = entries.constData() + i * 12;
-            onEntry(u16(e), u16(e + 2), u32(e + 4), e + 8);
-        }
-        return u32(entries.constData() + qsizetype(count) * 12);
-    }
-
-    // A SHORT or LONG single value from an entry's value field.
-    qint64 value(int type, const char *field) const
-    {
-        if (type == 3)
-            return u16(field);
-        if (type == 4)
-            return u32(field);
-        return -1;
-    }
-
-    bool bytes(qint64 offset, qint64 length, char *out) const
-    {
-        if (offset < 0 || length < 0 || offset > _size || length > _size - offset)
-            return false;
-        return _read(_base + offset, length, out);
-    }
-
-    qint64 ifd0() const { return _ifd0; }
-
-private:
-    quint16 u16(const char *p) const
-    {
-        const auto b = reinterpret_cast<const uint8_t *>(p);
-        return _big ? quint16(b[0] << 8 | b[1]) : quint16(b[1] << 8 | b[0]);
-    }
-    quint32 u32(const char *p) const
-    {
-        const auto b = reinterpret_cast<const uint8_t *>(p);
-        return _big ? quint32(b[0]) << 24 | quint32(b[1]) << 16 | quint32(b[2]) << 8 | b[3]
-                    : quint32(b[3]) << 24 | quint32(b[2]) << 16 | quint32(b[1]) << 8 | b[0];
-    }
-
-    const ReadAt &_read;
-    qint64 _base, _size;
-    bool _big = false;
-    qint64 _ifd0 = 0;
-};
-
-std::optional<Found> fromTiff(const ReadAt &read, qint64 base, qint64 size)
-{
-    Tiff tiff(read, base, size);
-    if (!tiff.header())
+    const auto tiff = reader.structure(0);
+    if (!tiff || tiff->magic != 42 || tiff->firstIfd < 8)
         return std::nullopt;
+    // A single SHORT or LONG, in the entry itself.
+    const auto single = [&](const TiffReader::Entry &e) -> qint64 {
+        if (e.count != 1 || (e.type != TiffReader::Short && e.type != TiffReader::Long))
+            return -1;
+        return reader.value(*tiff, e).value_or(0);
+    };
 
+    const TiffReader::Ifd ifd0 = reader.ifd(*tiff, tiff->firstIfd, kMaxEntries);
+    if (!ifd0 || ifd0.entries.empty() || !ifd0.next || *ifd0.next < 8)
+        return std::nullopt;
     int orientation = 1;
-    const qint64 ifd1 = tiff.ifd(tiff.ifd0(), [&](int tag, int type, quint32 count, const char *field) {
-        if (tag == 0x0112 && count == 1) {
-            const qint64 o = tiff.value(type, field);
+    for (const TiffReader::Entry &e : ifd0.entries) {
+        if (e.tag == kOrientation) {
+            const qint64 o = single(e);
             if (o >= 1 && o <= 8)
                 orientation = int(o);
         }
-    });
-    // A next-IFD pointer back at IFD0 is a loop, not a thumbnail.
-    if (ifd1 <= 0 || ifd1 == tiff.ifd0())
-        return std::nullopt;
+    }
 
+    // IFD1; the reader refuses a next pointer back at IFD0, a loop rather than a thumbnail.
+    const TiffReader::Ifd ifd1 = reader.ifd(*tiff, *ifd0.next, kMaxEntries);
+    if (!ifd1 || ifd1.entries.empty() || !ifd1.next)
+        return std::nullopt;
     qint64 start = -1, length = -1;
-    tiff.ifd(ifd1, [&](int tag, int type, quint32 count, const char *field) {
-        if (count != 1)
-            return;
-        if (tag == 0x0201)
-            start = tiff.value(type, field);
-        else if (tag == 0x0202)
-            length = tiff.value(type, field);
-    });
+    for (const TiffReader::Entry &e : ifd1.entries) {
+        if (e.tag == kThumbnailOffset)
+            start = single(e);
+        else if (e.tag == kThumbnailLength)
+            length = single(e);
+    }
     if (start <= 0 || length <= 4 || length > kMaxThumbnailBytes)
         return std::nullopt;
     QByteArray jpeg(length, Qt::Uninitialized);
-    if (!tiff.bytes(start, length, jpeg.data()) || uint8_t(jpeg[0]) != 0xFF || uint8_t(jpeg[1]) != 0xD8)
+    if (!reader.read(*tiff, start, length, reinterpret_cast<uint8_t *>(jpeg.data())) || uint8_t(jpeg[0]) != 0xFF
+        || uint8_t(jpeg[1]) != 0xD8)
         return std::nullopt;
     return Found{jpeg, orientation};
+}
+
+std::optional<Found> fromTiff(const ReadAt &read, qint64 base, qint64 size)
+{
+    TiffReader reader([&read, base](qint64 offset, qint64 length, uint8_t *out) {
+        return read(base + offset, length, reinterpret_cast<char *>(out));
+    }, size);
+    return fromTiff(reader);
 }
 
 // The TIFF inside a JPEG's "Exif" APP1 segment: (offset, length) of it, or absent.

@@ -1,11 +1,12 @@
 #include "rawpreview.h"
 
 #include "imagedecoder.h"
+#include "tiffreader.h"
 
 #include <QFile>
 
+#include <algorithm>
 #include <cstring>
-#include <unordered_set>
 #include <vector>
 
 namespace RawPreview {
@@ -35,50 +36,6 @@ inline quint32 be32(const uint8_t *p)
 inline bool isFrameMarker(uint8_t m) { return m >= 0xC0 && m <= 0xCF && m != 0xC4 && m != 0xC8 && m != 0xCC; }
 inline bool hasNoLength(uint8_t m) { return m == 0x01 || (m >= 0xD0 && m <= 0xD7); }
 
-int typeSize(quint32 type)
-{
-    switch (type) {
-    case 3: case 8: return 2;              // SHORT, SSHORT
-    case 4: case 9: case 11: case 13: return 4;   // LONG, SLONG, FLOAT, IFD
-    case 5: case 10: case 12: return 8;    // RATIONAL, SRATIONAL, DOUBLE
-    default: return 1;
-    }
-}
-
-// One TIFF structure: its bytes, byte order, where its offsets count from, and its magic.
-struct Tiff {
-    const uint8_t *d;
-    qint64 n;
-    qint64 base;
-    bool big;
-    quint32 magic;
-
-    bool has(qint64 at, qint64 len) const { return at >= 0 && len >= 0 && at <= n && len <= n - at; }
-    quint32 u16(qint64 at) const { return big ? be16(d + at) : (quint32(d[at + 1]) << 8) | d[at]; }
-    quint32 u32(qint64 at) const
-    {
-        return big ? be32(d + at)
-                   : (quint32(d[at + 3]) << 24) | (quint32(d[at + 2]) << 16) | (quint32(d[at + 1]) << 8) | d[at];
-    }
-
-    // The i-th value of the entry at `e` when it is a SHORT or a LONG; absent otherwise or when it
-    // lies outside the file.
-    std::optional<quint32> value(qint64 e, quint32 i) const
-    {
-        const quint32 type = u16(e + 2);
-        if (type != 3 && type != 4)
-            return {};
-        const qint64 size = type == 3 ? 2 : 4;
-        const qint64 count = u32(e + 4);
-        if (i >= count)
-            return {};
-        const qint64 at = (count * size <= 4 ? e + 8 : base + u32(e + 8)) + i * size;
-        if (!has(at, size))
-            return {};
-        return size == 2 ? u16(at) : u32(at);
-    }
-};
-
 // What one IFD says about JPEGs and where to go next.
 struct Ifd {
     std::optional<quint32> compression, stripOffset, stripLength, jpegOffset, jpegLength, exif;
@@ -87,12 +44,14 @@ struct Ifd {
     std::vector<quint32> subIfds;
 };
 
-// One findCandidates run: the shared work budget, the visited IFDs, the orientation found so far
-// and the candidates. Every IFD, entry, sub-IFD pointer, JPEG marker and fill byte costs one unit.
+// One findCandidates run: the TIFF reader (its byte budget and visited IFDs shared by the
+// container and the EXIF blocks of the JPEGs inside it), this walk's own work budget, the
+// orientation found so far and the candidates. Every IFD, entry, sub-IFD pointer, JPEG marker and
+// fill byte costs one unit of the walk's budget.
 class Walker
 {
 public:
-    Walker(const uint8_t *data, qint64 size) : d(data), n(size) {}
+    Walker(const uint8_t *data, qint64 size) : d(data), n(size), reader(data, size) {}
 
     QList<Candidate> found;
     std::optional<int> orientation;
@@ -110,38 +69,37 @@ private:
         --budget;
         return true;
     }
-    void walkChain(const Tiff &t, qint64 first, int depth, bool collect);
-    std::optional<quint32> walkIFD(const Tiff &t, qint64 at, int depth, bool collect);
+    void walkChain(const TiffReader::Structure &t, quint32 first, int depth, bool collect);
+    std::optional<quint32> walkIFD(const TiffReader::Structure &t, quint32 offset, int depth, bool collect);
+    // Offsets and sizes here are SHORTs or LONGs; other types are not read.
+    std::optional<quint32> value(const TiffReader::Structure &t, const TiffReader::Entry &e, quint32 i)
+    {
+        if (e.type != TiffReader::Short && e.type != TiffReader::Long)
+            return {};
+        return reader.value(t, e, i);
+    }
 
     const uint8_t *d;
     qint64 n;
+    TiffReader reader;
     int budget = kWorkBudget;
-    std::unordered_set<qint64> visited;
 };
 
 void Walker::walkTIFF(qint64 base, int depth, bool collect)
 {
-    if (depth > kMaxDepth || base < 0 || n - base < 8)
+    if (depth > kMaxDepth)
         return;
-    bool big = false;
-    if (d[base] == 'I' && d[base + 1] == 'I')
-        big = false;
-    else if (d[base] == 'M' && d[base + 1] == 'M')
-        big = true;
-    else
+    const auto t = reader.structure(base);
+    if (!t || (t->magic != StandardMagic && t->magic != PanasonicMagic && t->magic != OlympusROMagic && t->magic != OlympusRSMagic))
         return;
-    Tiff t{d, n, base, big, 0};
-    t.magic = t.u16(base + 2);
-    if (t.magic != StandardMagic && t.magic != PanasonicMagic && t.magic != OlympusROMagic && t.magic != OlympusRSMagic)
-        return;
-    walkChain(t, t.u32(base + 4), depth, collect);
+    walkChain(*t, t->firstIfd, depth, collect);
 }
 
-void Walker::walkChain(const Tiff &t, qint64 first, int depth, bool collect)
+void Walker::walkChain(const TiffReader::Structure &t, quint32 first, int depth, bool collect)
 {
-    qint64 next = first;
+    quint32 next = first;
     while (next != 0) {
-        const auto after = walkIFD(t, t.base + next, depth, collect);
+        const auto after = walkIFD(t, next, depth, collect);
         if (!after)
             return;
         next = *after;
@@ -149,56 +107,54 @@ void Walker::walkChain(const Tiff &t, qint64 first, int depth, bool collect)
 }
 
 // Returns the next IFD's offset (0: none), or absent when this IFD was not walked.
-std::optional<quint32> Walker::walkIFD(const Tiff &t, qint64 at, int depth, bool collect)
+std::optional<quint32> Walker::walkIFD(const TiffReader::Structure &t, quint32 offset, int depth, bool collect)
 {
-    if (depth > kMaxDepth || !t.has(at, 2) || !visited.insert(at).second || !spend())
+    if (depth > kMaxDepth)
         return {};
-    const qint64 count = t.u16(at);
-    if (count < 1 || count > kMaxEntries || !t.has(at + 2, 12 * count))
+    const TiffReader::Ifd read = reader.ifd(t, offset, kMaxEntries);
+    if (!read || !spend() || read.entries.empty())
         return {};
 
     Ifd ifd;
-    for (qint64 i = 0; i < count; ++i) {
+    for (const TiffReader::Entry &e : read.entries) {
         if (!spend())
             return {};
-        const qint64 e = at + 2 + 12 * i;
-        switch (t.u16(e)) {
-        case Compression: ifd.compression = t.value(e, 0); break;
+        switch (e.tag) {
+        case Compression: ifd.compression = value(t, e, 0); break;
         case StripOffsets:
-            ifd.stripCount = t.u32(e + 4);
-            ifd.stripOffset = t.value(e, 0);
+            ifd.stripCount = e.count;
+            ifd.stripOffset = value(t, e, 0);
             break;
-        case StripByteCounts: ifd.stripLength = t.value(e, 0); break;
+        case StripByteCounts: ifd.stripLength = value(t, e, 0); break;
         case Orientation:
             if (!orientation) {
-                const auto v = t.value(e, 0);
+                const auto v = value(t, e, 0);
                 if (v && *v >= 1 && *v <= 8)
                     orientation = int(*v);
             }
             break;
-        case JpegOffset: ifd.jpegOffset = t.value(e, 0); break;
-        case JpegLength: ifd.jpegLength = t.value(e, 0); break;
+        case JpegOffset: ifd.jpegOffset = value(t, e, 0); break;
+        case JpegLength: ifd.jpegLength = value(t, e, 0); break;
         case SubIFDs:
-            for (quint32 k = 0, subs = t.u32(e + 4); k < subs; ++k) {
-                const auto v = t.value(e, k);
+            for (quint32 k = 0; k < e.count; ++k) {
+                const auto v = value(t, e, k);
                 if (!v || !spend())
                     break;
                 ifd.subIfds.push_back(*v);
             }
             break;
-        case ExifIfd: ifd.exif = t.value(e, 0); break;
+        case ExifIfd: ifd.exif = value(t, e, 0); break;
         case PanasonicJpeg:
             if (t.magic == PanasonicMagic) {
-                const qint64 bytes = qint64(t.u32(e + 4)) * typeSize(t.u16(e + 2));
+                // Types TIFF does not define count as bytes here.
+                const qint64 bytes = qint64(e.count) * std::max(1, TiffReader::typeSize(e.type));
                 if (bytes > 4)   // a value this short sits in the entry itself: no JPEG there
-                    ifd.panasonicJpeg = {t.u32(e + 8), bytes};
+                    ifd.panasonicJpeg = {e.offset, bytes};
             }
             break;
         default: break;
         }
     }
-    const qint64 nextAt = at + 2 + 12 * count;
-    const quint32 next = t.has(nextAt, 4) ? t.u32(nextAt) : 0;
 
     if (collect) {
         if (ifd.jpegOffset)
@@ -212,7 +168,7 @@ std::optional<quint32> Walker::walkIFD(const Tiff &t, qint64 at, int depth, bool
         walkChain(t, sub, depth + 1, collect);
     if (ifd.exif)
         walkChain(t, *ifd.exif, depth + 1, collect);
-    return next;
+    return read.next.value_or(0);
 }
 
 void Walker::consider(qint64 offset, qint64 length, int depth)

@@ -3,6 +3,7 @@
 // each cut short at several points.
 #include "camera/imagecompleteness.h"
 #include "sampledata/tiffrawwriter.h"
+#include "tangledtiff.h"
 #include "testenv.h"
 
 #include <QBuffer>
@@ -30,14 +31,14 @@ QByteArray qtJpeg(int w, int h)
     return buf.data();
 }
 
-Verdict verdictOf(const QByteArray &bytes)
+Verdict verdictOf(const QByteArray &bytes, TiffReader::Work *work = nullptr)
 {
     QTemporaryFile f;
     if (!f.open())
         return Verdict::unknownKind;
     f.write(bytes);
     f.flush();
-    return ImageCompleteness::check(f.handle());
+    return ImageCompleteness::check(f.handle(), work);
 }
 
 // The file whole, and cut at the given fractions of its size and one byte short.
@@ -92,6 +93,29 @@ private slots:
         QByteArray loop("II*\0\x08\0\0\0\x01\0\x00\x01\x03\0\x01\0\0\0\x10\0\0\0\x08\0\0\0", 26);
         QCOMPARE(verdictOf(loop), Verdict::complete);
         QCOMPARE(verdictOf(QByteArray("II*\0\0\0\0\0", 8)), Verdict::truncated);
+    }
+
+    // An upload built to make the walk expensive (fanning sub-IFDs, loops, 100000-value arrays read
+    // again and again) costs work in proportion to its size, and is taken as it comes.
+    void tangledTiff()
+    {
+        for (qint64 size : {qint64(0), qint64(1'600'000), qint64(3'200'000)}) {
+            const QByteArray file = TangledTiff::build(size);
+            TiffReader::Work work;
+            QCOMPARE(verdictOf(file, &work), Verdict::unknownKind);
+            const qint64 n = file.size();
+            QVERIFY2(work.bytes > 0 && work.bytes <= 3 * n, qPrintable(QString::number(work.bytes)));
+            QVERIFY2(work.entries <= n / 4, qPrintable(QString::number(work.entries)));
+            QVERIFY2(work.ifds <= n / 32, qPrintable(QString::number(work.ifds)));
+        }
+        // A real RAW of the same size is checked whole, far inside that budget.
+        TiffRawWriter::Options o;
+        o.jpeg = qtJpeg(1200, 800);
+        o.sensorBytes = 1'400'000;
+        const QByteArray raw = TiffRawWriter::build(o);
+        TiffReader::Work work;
+        QCOMPARE(verdictOf(raw, &work), Verdict::complete);
+        QVERIFY(work.bytes < 4096 && work.ifds < 16);
     }
 
     void isoMedia()

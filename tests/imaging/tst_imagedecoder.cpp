@@ -199,21 +199,12 @@ private slots:
         const auto data = [](const QByteArray &b) { return reinterpret_cast<const uint8_t *>(b.constData()); };
         QVERIFY(ExifThumbnail::find(data(good), good.size()).has_value());
 
-        // Every prefix of the file and every single-byte change of its EXIF block: no crash,
-        // and a thumbnail only when its bytes are really there.
+        // Every prefix of the file (a copy cut short): a thumbnail only when its bytes are all there.
+        // Changed bytes are the fuzz target's business.
         const qsizetype headerEnd = qMin<qsizetype>(good.size(), 4096);
         for (qsizetype n = 0; n < headerEnd; n += 7) {
             const auto found = ExifThumbnail::find(data(good), n);
             QVERIFY(!found || found->jpeg.startsWith("\xFF\xD8"));
-        }
-        for (qsizetype i = 2; i < qMin<qsizetype>(good.size(), 600); ++i) {
-            for (const char v : {char(0x00), char(0xFF), char(0x7F)}) {
-                QByteArray bad = good;
-                bad[i] = v;
-                const auto found = ExifThumbnail::find(data(bad), bad.size());
-                QVERIFY(!found || (found->jpeg.size() <= ExifThumbnail::kMaxThumbnailBytes && found->orientation >= 1
-                                   && found->orientation <= 8));
-            }
         }
         // A TIFF whose IFD0 points to itself as its next IFD.
         QByteArray loop("II*\0\x08\0\0\0\x01\0\x12\x01\x03\0\x01\0\0\0\x06\0\0\0\x08\0\0\0", 26);
@@ -395,8 +386,6 @@ private slots:
         QTest::addColumn<QString>("label");
         // 1200 < 3000/2: not taken by the first look, but past the 200-pixel floor of the second.
         QTest::newRow("below half") << 1200 << 3000 << QSize(1200, 800) << ImageDecoder::kRawEmbedded;
-        // 150 is under the floor: only the byte search finds it.
-        QTest::newRow("below the floor") << 150 << 400 << QSize(150, 100) << ImageDecoder::kRawSearched;
     }
     void rawSmallPreviews()
     {

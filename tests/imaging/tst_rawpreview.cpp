@@ -7,6 +7,7 @@
 #include "sampledata/tiffrawwriter.h"
 #include "imaging/rawpreview.h"
 #include "corvanerun.h"
+#include "tangledtiff.h"
 #include "testenv.h"
 
 #include <QDir>
@@ -343,40 +344,7 @@ private slots:
         QVERIFY(!RawPreview::searchJPEG(bytesOf(sensor), sensor.size()));
     }
 
-    // ----- Sizes, limits and loops
-
-    void sizeThresholds_data()
-    {
-        QTest::addColumn<QByteArray>("file");
-        QTest::addColumn<int>("count");
-        // A 21-byte JPEG header in a 59-byte TIFF, padded to the size asked.
-        const QByteArray jpeg = kSoi + frame(0xC0, 160, 120);
-        QCOMPARE(jpeg.size(), 21);
-        const QByteArray tiff = [&] {
-            HandTiff t;
-            t.ifd({{513, 4, 1, 38}, {514, 4, 1, 21}});
-            return t.bytes + jpeg;
-        }();
-        QCOMPARE(tiff.size(), 59);
-        QTest::newRow("64 bytes: too short") << tiff + QByteArray(5, '\0') << 0;
-        QTest::newRow("65 bytes") << tiff + QByteArray(6, '\0') << 1;
-
-        // "FUJIFILM", the JPEG at byte 60 (offset at 84, length at 88).
-        QByteArray fuji = QByteArray("FUJIFILMCCD-RAW ") + QByteArray(44, '\0') + jpeg + QByteArray(3, '\0');
-        fuji += QByteArray("\0\0\0\x3C\0\0\0\x15", 8);
-        QCOMPARE(fuji.size(), 92);
-        QTest::newRow("FUJIFILM, 100 bytes: walked as TIFF") << fuji + QByteArray(8, '\0') << 0;
-        QTest::newRow("FUJIFILM, 101 bytes") << fuji + QByteArray(9, '\0') << 1;
-    }
-    void sizeThresholds()
-    {
-        QFETCH(QByteArray, file);
-        QFETCH(int, count);
-        const QList<Candidate> list = candidatesOf(file);
-        QCOMPARE(list.size(), count);
-        if (count)
-            QCOMPARE(list[0].longSide(), 160);
-    }
+    // ----- Limits and loops
 
     void loopsAreWalkedOnce()
     {
@@ -437,56 +405,6 @@ private slots:
             t.set32(pointers.last(), quint32(last));
         t.set32(HandTiff::valueAt(last, 0), quint32(t.data(jpeg)));
         t.bytes += QByteArray(64, '\0');
-        QCOMPARE(candidatesOf(t.bytes).size(), count);
-    }
-
-    void entryCounts_data()
-    {
-        QTest::addColumn<int>("entries");
-        QTest::addColumn<int>("count");
-        QTest::newRow("999 entries") << 999 << 1;
-        QTest::newRow("1000 entries") << 1000 << 0;
-    }
-    void entryCounts()
-    {
-        QFETCH(int, entries);
-        QFETCH(int, count);
-        const QByteArray jpeg = tinyJpeg(300, 200);
-        QList<Entry> list;
-        for (int i = 0; i < entries - 2; ++i)
-            list << Entry{1, 3, 1, 0};
-        list << Entry{513, 4, 1, 0} << Entry{514, 4, 1, quint32(jpeg.size())};
-        HandTiff t;
-        const qint64 ifd = t.ifd(list);
-        t.set32(HandTiff::valueAt(ifd, entries - 2), quint32(t.data(jpeg)));
-        QCOMPARE(candidatesOf(t.bytes).size(), count);
-    }
-
-    // The work budget: a JPEG behind IFDs of 999 entries each is reached after 18 of them, not after 21.
-    void workBudget_data()
-    {
-        QTest::addColumn<int>("filler");
-        QTest::addColumn<int>("count");
-        QTest::newRow("18 full IFDs first") << 18 << 1;
-        QTest::newRow("21 full IFDs first") << 21 << 0;
-    }
-    void workBudget()
-    {
-        QFETCH(int, filler);
-        QFETCH(int, count);
-        const QList<Entry> full(999, Entry{1, 3, 1, 0});
-        HandTiff t;
-        qint64 previous = -1;
-        for (int i = 0; i < filler; ++i) {
-            const qint64 ifd = t.ifd(full);
-            if (previous >= 0)
-                t.set32(HandTiff::nextAt(previous, 999), quint32(ifd));
-            previous = ifd;
-        }
-        const QByteArray jpeg = tinyJpeg(300, 200);
-        const qint64 last = t.ifd({{513, 4, 1, 0}, {514, 4, 1, quint32(jpeg.size())}});
-        t.set32(HandTiff::nextAt(previous, 999), quint32(last));
-        t.set32(HandTiff::valueAt(last, 0), quint32(t.data(jpeg)));
         QCOMPARE(candidatesOf(t.bytes).size(), count);
     }
 
@@ -653,12 +571,6 @@ private slots:
         QTest::newRow("SOS before the frame") << kSoi + app + sos() + f << qint64(-1) << "rejected";
         QTest::newRow("no FF D8") << QByteArray("\xFF\xD9") + f << qint64(-1) << "rejected";
         QTest::newRow("a stray byte between segments") << kSoi + app + "x" + f << qint64(-1) << "rejected";
-        QByteArray apps63 = kSoi, apps64 = kSoi;
-        for (int i = 0; i < 63; ++i)
-            apps63 += app;
-        apps64 = apps63 + app;
-        QTest::newRow("frame as the 64th marker") << apps63 + f << qint64(-1) << "320x240 known";
-        QTest::newRow("frame as the 65th marker") << apps64 + f << qint64(-1) << "rejected";
         const QByteArray whole = kSoi + app + f;
         QTest::newRow("declared length 4: unknown end") << whole << qint64(4) << "320x240 unknown";
         QTest::newRow("declared length 0: unknown end") << whole << qint64(0) << "320x240 unknown";
@@ -763,24 +675,6 @@ private slots:
         QCOMPARE(found, std::optional(std::pair<qint64, qint64>(4, 4 + jpeg.size())));
     }
 
-    void searchGivesUpAfter32Failures_data()
-    {
-        QTest::addColumn<int>("broken");
-        QTest::addColumn<bool>("found");
-        QTest::newRow("31 broken starts") << 31 << true;
-        QTest::newRow("32 broken starts") << 32 << false;
-    }
-    void searchGivesUpAfter32Failures()
-    {
-        QFETCH(int, broken);
-        QFETCH(bool, found);
-        QByteArray bytes;
-        for (int i = 0; i < broken; ++i)
-            bytes += QByteArray("\xFF\xD8\xFF\xD9....", 8);   // EOI before any frame
-        bytes += tinyJpeg(40, 30);
-        QCOMPARE(RawPreview::searchJPEG(bytesOf(bytes), bytes.size()).has_value(), found);
-    }
-
     void searchFindsNothing_data()
     {
         QTest::addColumn<QByteArray>("bytes");
@@ -789,17 +683,6 @@ private slots:
         QTest::newRow("cut JPEG") << tinyJpeg(40, 30).chopped(3);
         QTest::newRow("noise") << noise(1 << 20, 7);
     }
-    // After a failed start the scan moves on four bytes: a JPEG starting two bytes in is passed over.
-    void searchStepsFourBytesAfterAFailure()
-    {
-        const QByteArray jpeg = tinyJpeg(40, 30);
-        for (int skip : {1, 2, 3, 4, 5}) {
-            const QByteArray bytes = QByteArray("\xFF\xD8\xFF\xD9\x00", skip) + jpeg;
-            const auto found = RawPreview::searchJPEG(bytesOf(bytes), bytes.size());
-            QCOMPARE(found.has_value(), skip != 2 && skip != 3);
-        }
-    }
-
     void searchFindsNothing()
     {
         QFETCH(QByteArray, bytes);
@@ -981,6 +864,7 @@ private slots:
             deep.set32(HandTiff::nextAt(ifds[i], 2), quint32(ifds[i + 1]));
         }
         QTest::newRow("500 IFDs all pointing onwards") << deep.bytes;
+        QTest::newRow("tangled: fanning sub-IFDs, loops, 100000-value arrays") << TangledTiff::build(0);
     }
     void hostile()
     {
