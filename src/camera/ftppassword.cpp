@@ -1,5 +1,7 @@
 #include "ftppassword.h"
 
+#include "util/settings.h"
+
 #include <QRandomGenerator>
 #include <QSettings>
 
@@ -19,11 +21,11 @@ QString generate()
 
 Loaded load(QSettings &settings)
 {
-    const QString stored = settings.value(QStringLiteral("cam.ftpPassword")).toString();
+    const QString stored = settings.value(Settings::camFtpPassword.name()).toString();
     if (stored.size() >= kLength)
         return {stored, false};
     Loaded fresh{generate(), !stored.isEmpty()};
-    settings.setValue(QStringLiteral("cam.ftpPassword"), fresh.password);
+    settings.setValue(Settings::camFtpPassword.name(), fresh.password);
     settings.sync();
     return fresh;
 }
