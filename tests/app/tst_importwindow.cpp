@@ -1,7 +1,9 @@
 // The import window driven as a photographer drives it: pick the card folder and the two disks,
 // choose folders and names, import, and read the summary; checked against the files on disk.
 // The card is a temporary folder with a DCIM of real JPEGs (vips + exiv2) and RAW-like files.
+#include "../ingest/ingesttestcard.h"
 #include "testenv.h"
+#include "testtools.h"
 
 #include "app/blockeditor.h"
 #include "app/importchoicespage.h"
@@ -21,11 +23,9 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDirIterator>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSemaphore>
@@ -36,49 +36,14 @@
 
 namespace {
 
-QString run(const QString &program, const QStringList &args)
-{
-    QProcess p;
-    p.start(program, args);
-    if (!p.waitForFinished(30000) || p.exitCode() != 0)
-        return program + QStringLiteral(" failed: ") + QString::fromLocal8Bit(p.readAllStandardError());
-    return {};
-}
-
 // A real JPEG with its capture date and camera in EXIF.
 QString makePhoto(const QString &path, const char *exifDate, const char *model)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
-    if (QString e = run("vips", {"black", path, "64", "48"}); !e.isEmpty())
+    if (QString e = TestTools::run("vips", {"black", path, "64", "48"}); !e.isEmpty())
         return e;
-    return run("exiv2", {"-M", QStringLiteral("set Exif.Photo.DateTimeOriginal %1").arg(exifDate),
-                         "-M", QStringLiteral("set Exif.Image.Model %1").arg(model), path});
-}
-
-void writeFile(const QString &path, const QByteArray &bytes, const QDateTime &mtime)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-    f.flush();
-    f.setFileTime(mtime, QFileDevice::FileModificationTime);
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-QStringList filesUnder(const QString &root)
-{
-    QStringList out;
-    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        out << QDir(root).relativeFilePath(it.next());
-    out.sort();
-    return out;
+    return TestTools::run("exiv2", {"-M", QStringLiteral("set Exif.Photo.DateTimeOriginal %1").arg(exifDate),
+                                    "-M", QStringLiteral("set Exif.Image.Model %1").arg(model), path});
 }
 
 void click(QAbstractButton *b)
@@ -166,9 +131,9 @@ private slots:
         QCOMPARE(makePhoto(dcim + "/101NIKON/DSC_0001.JPG", "2024:05:18 11:00:00", "NIKON Z 9"), QString());
         const QDateTime shot(QDate(2024, 5, 18), QTime(10, 0, 0));
         // The RAW beside the first JPEG (no EXIF we can read: its file date says when).
-        writeFile(dcim + "/100NIKON/DSC_0001.NEF", QByteArray(300000, 'r'), shot);
-        writeFile(dcim + "/100NIKON/CLIP_0003.MOV", QByteArray(200000, 'v'), shot.addSecs(60));
-        writeFile(dcim + "/100NIKON/.hidden.jpg", "x", shot);
+        TestCard::write(dcim, "100NIKON/DSC_0001.NEF", QByteArray(300000, 'r'), shot);
+        TestCard::write(dcim, "100NIKON/CLIP_0003.MOV", QByteArray(200000, 'v'), shot.addSecs(60));
+        TestCard::write(dcim, "100NIKON/.hidden.jpg", "x", shot);
     }
 
     void firstImportToTwoDisks()
@@ -257,8 +222,8 @@ private slots:
         // bytes are the engine's tests' business).
         const QStringList expected{kDay + "/" + kBase + "0001.JPG", kDay + "/" + kBase + "0001.NEF",
                                    kDay + "/" + kBase + "0002.JPG", kDay + "/" + kBase + "0003.JPG"};
-        QCOMPARE(filesUnder(_work), expected);
-        QCOMPARE(filesUnder(_backup), expected);
+        QCOMPARE(TestCard::files(_work), expected);
+        QCOMPARE(TestCard::files(_backup), expected);
 
         // A second import copies nothing: the preview says so before, the summary after.
         click(sum->againButton());
@@ -268,7 +233,7 @@ private slots:
         click(c->startButton());
         QVERIFY(waitSummary(*w));
         QCOMPARE(sum->summaryTitle()->text(), "Todo lo de la tarjeta ya está importado");
-        QCOMPARE(filesUnder(_work), expected);
+        QCOMPARE(TestCard::files(_work), expected);
     }
 
     void choicesComeBackInANewWindow()
@@ -347,7 +312,7 @@ private slots:
         click(c->startButton());
         QVERIFY(waitSummary(*w));
         QCOMPARE(sum->summaryTitle()->text(), "Las dos copias están hechas y verificadas");
-        QCOMPARE(readAll(_backup + "/" + name), readAll(photo));
+        QCOMPARE(TestEnv::readAll(_backup + "/" + name), TestEnv::readAll(photo));
     }
 
     void cancelLeavesNoHalfCopies()
@@ -371,7 +336,7 @@ private slots:
         QCOMPARE(sum->summaryTitle()->text(), "Importación cancelada");
         QVERIFY(!sum->verifyNowButton()->isVisible());
         for (const QString &root : {_work, _backup})
-            for (const QString &f : filesUnder(root))
+            for (const QString &f : TestCard::files(root))
                 QVERIFY2(!QFileInfo(f).fileName().startsWith('.'), qPrintable(f));
     }
 

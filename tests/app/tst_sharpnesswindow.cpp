@@ -4,17 +4,12 @@
 #include "corvanerun.h"
 #include "testenv.h"
 #include "testscenes.h"
+#include "testwindow.h"
 
 #include "analysis/sharpnesscache.h"
 #include "model/sharpverdict.h"
-#include "app/gridmodel.h"
-#include "app/gridview.h"
-#include "app/mainwindow.h"
 #include "app/settingsdialog.h"
 #include "app/singleview.h"
-#include "marks/marksstore.h"
-#include "browser/appstate.h"
-#include "browser/browsersession.h"
 
 #include <QComboBox>
 #include <QFileInfo>
@@ -23,26 +18,13 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QProgressBar>
-#include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
 
 namespace {
 
-struct Session {
-    BrowserSession session;
-    AppState &state = session.state();
-    MarksStore &store = session.store();
-    MainWindow window{session};
+struct Session : WindowSession {
+    using WindowSession::WindowSession;
 
-    explicit Session(const QString &folder)
-    {
-        window.resize(1200, 800);
-        window.show();
-        QSignalSpy loaded(&state, &AppState::loaded);
-        state.openFolder(folder);
-        loaded.wait(5000);
-    }
     Photo *byName(const QString &name) const
     {
         for (const auto &p : state.photos())
@@ -57,7 +39,6 @@ struct Session {
                 return false;
         return !state.photos().isEmpty();
     }
-    GridModel *model() const { return window.grid()->gridModel(); }
     QVariant cell(const QString &name, int role) const
     {
         const Photo *p = byName(name);
@@ -157,20 +138,6 @@ private slots:
         QCOMPARE(levels.value("d_barrida.jpg"), int(SharpBlurry));
         QCOMPARE(levels.value("e_copia.jpg"), int(SharpBlurry));
         QVERIFY(QFile::remove(_folder + "/e_copia.jpg"));
-    }
-
-    void anotherFolderStopsTheOldWork()
-    {
-        QTemporaryDir other;
-        for (int i = 0; i < 8; ++i)
-            QVERIFY(sharpScene(1600, 1000).save(other.filePath(QStringLiteral("p%1.png").arg(i)), "PNG"));
-        Session s(other.path());
-        QSignalSpy loaded(&s.state, &AppState::loaded);
-        s.state.openFolder(_folder);
-        QVERIFY(loaded.wait(5000));
-        QTRY_VERIFY_WITH_TIMEOUT(s.allMeasured(), 30000);
-        QCOMPARE(s.state.photos().size(), 4);
-        QTRY_VERIFY(!s.window.findChild<QLabel *>("statusSharpnessText")->isVisible());
     }
 };
 
