@@ -5,7 +5,6 @@
 #include "testenv.h"
 
 #include <QDirIterator>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QtTest>
 
@@ -87,7 +86,6 @@ private slots:
         const QString photo = TestEnv::touch(dir.filePath("a.jpg"), "12345");
         const auto key = DiskImageCache::diskKey(photo, 420);
         QVERIFY(key.has_value());
-        QVERIFY(QRegularExpression("^[0-9a-f]{64}$").match(*key).hasMatch());
         QCOMPARE(DiskImageCache::diskKey(photo, 420), key);   // stable
 
         // The same file named through "." and ".." is the same entry.
@@ -129,6 +127,7 @@ private slots:
         QVERIFY(QDir(cache.dir()).exists());   // made on construction
         const QString key = QString(64, 'a');
         QVERIFY(cache.load(key).isNull());
+        QVERIFY(!cache.store(QImage(), key));
 
         const QImage image = picture();
         QVERIFY(cache.store(image, key));
@@ -143,19 +142,6 @@ private slots:
         QVERIFY(cache.store(picture(80, 60), key));
         QCOMPARE(cache.load(key).size(), QSize(80, 60));
         QCOMPARE(filesIn(cache.dir()).size(), 1);
-    }
-
-    void qualityIsUsed()
-    {
-        QTemporaryDir dir;
-        DiskImageCache low(dir.filePath("low"), 0.30, 0), high(dir.filePath("high"), 0.95, 0);
-        QImage noisy(200, 200, QImage::Format_RGB32);
-        for (int y = 0; y < 200; ++y)
-            for (int x = 0; x < 200; ++x)
-                noisy.setPixel(x, y, qRgb((x * 37 + y * 11) % 256, (x * x + y) % 256, (y * 53) % 256));
-        const QString key = QString(64, 'b');
-        QVERIFY(low.store(noisy, key) && high.store(noisy, key));
-        QVERIFY(QFile(low.dir() + "/" + key + ".jpg").size() < QFile(high.dir() + "/" + key + ".jpg").size());
     }
 
     void asyncWrites()
@@ -197,17 +183,6 @@ private slots:
         // The caller decodes again and overwrites it.
         QVERIFY(cache.store(picture(), key));
         QVERIFY(!cache.load(key).isNull());
-    }
-
-    void folderRemovedUnderTheCache()
-    {
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 0);
-        QVERIFY(QDir(cache.dir()).removeRecursively());
-        QVERIFY(!cache.store(picture(), QString(64, 'a')));
-        QVERIFY(cache.load(QString(64, 'a')).isNull());
-        QCOMPARE(cache.totalSize(), 0);
-        QVERIFY(!QDir(cache.dir()).exists());
     }
 
     void writeCutShort()
@@ -268,14 +243,6 @@ private slots:
         QCOMPARE(filesIn(cache.dir()), QStringList());
     }
 
-    void nullImageIsNotStored()
-    {
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 0);
-        QVERIFY(!cache.store(QImage(), QString(64, 'a')));
-        QCOMPARE(filesIn(cache.dir()), QStringList());
-    }
-
     void loadRefreshesOldAccess()
     {
         QTemporaryDir dir;
@@ -298,7 +265,6 @@ private slots:
         QTest::newRow("30 days") << 30 << QStringList{"fresh.jpg", "recent.jpg"};
         QTest::newRow("90 days") << 90 << QStringList{"fresh.jpg", "old.jpg", "recent.jpg"};
         QTest::newRow("0 days: nothing by age") << 0 << QStringList{"ancient.jpg", "fresh.jpg", "old.jpg", "recent.jpg"};
-        QTest::newRow("negative: nothing by age") << -3 << QStringList{"ancient.jpg", "fresh.jpg", "old.jpg", "recent.jpg"};
     }
     void pruneByAge()
     {
@@ -349,16 +315,6 @@ private slots:
         QCOMPARE(filesIn(d), (QStringList{"b.jpg", "c.jpg"}));
     }
 
-    void noSizeLimit()
-    {
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.82, 0);
-        for (int i = 0; i < 5; ++i)
-            fileOf(100000, cache.dir() + QStringLiteral("/f%1.jpg").arg(i));
-        cache.prune(0);
-        QCOMPARE(filesIn(cache.dir()).size(), 5);
-    }
-
     void totalSizeAndClear()
     {
         QTemporaryDir dir;
@@ -382,13 +338,8 @@ private slots:
         QCOMPARE(DiskImageCache::rootDir(), root);
         QCOMPARE(DiskImageCache::thumbs().dir(), root + "/thumbs");
         QCOMPARE(DiskImageCache::previews().dir(), root + "/previews");
-        QCOMPARE(DiskImageCache::thumbs().quality(), 0.82);
-        QCOMPARE(DiskImageCache::previews().quality(), 0.88);
-        QCOMPARE(DiskImageCache::thumbs().maxBytes(), 0);
-        QCOMPARE(DiskImageCache::previews().maxBytes(), 4294967296LL);
         QVERIFY(QDir(root + "/thumbs").exists());
         QVERIFY(QDir(root + "/previews").exists());
-        QCOMPARE(&DiskImageCache::thumbs(), &DiskImageCache::thumbs());
     }
 
     void cacheDaysSetting_data()

@@ -263,15 +263,6 @@ private slots:
         QTest::newRow("the container's orientation is not overridden by the JPEG's")
             << f << expect(l.jpegs[0].first, l.jpegs[0].first + o.jpeg.size(), 640, 427, 6, true);
 
-        for (int compression : {6, 7}) {
-            o = {};
-            o.jpegRef = Options::JpegRef::Strip;
-            o.stripCompression = compression;
-            f = tiff(o, &l);
-            QTest::addRow("one JPEG strip, compression %d", compression)
-                << f << expect(l.jpegs[0].first, l.jpegs[0].first + main.size(), 640, 427, 1, true);
-        }
-
         o = {};
         o.jpegRef = Options::JpegRef::StartOnly;
         f = tiff(o, &l);
@@ -295,7 +286,6 @@ private slots:
         o.jpeg = main;
         o.orientation = 6;
         o.sensorBytes = 8192;
-        QTest::newRow("declared length") << TiffRawWriter::build(o) << main << 6;
         o.jpegRef = Options::JpegRef::StartOnly;
         QTest::newRow("start only") << TiffRawWriter::build(o) << main << 6;
         o.jpegRef = Options::JpegRef::Strip;
@@ -430,7 +420,6 @@ private slots:
         QTest::newRow("513 as LONG") << quint16(42) << quint16(513) << quint16(4) << 1;
         QTest::newRow("513 as SHORT") << quint16(42) << quint16(513) << quint16(3) << 1;
         QTest::newRow("513 as IFD type: not read") << quint16(42) << quint16(513) << quint16(13) << 0;
-        QTest::newRow("513 as RATIONAL: not read") << quint16(42) << quint16(513) << quint16(5) << 0;
         QTest::newRow("0x002E in standard TIFF: ignored") << quint16(42) << quint16(0x2E) << quint16(7) << 0;
         QTest::newRow("0x002E with magic 0x55") << quint16(0x55) << quint16(0x2E) << quint16(7) << 1;
         QTest::newRow("unknown magic 43") << quint16(43) << quint16(513) << quint16(4) << 0;
@@ -503,23 +492,6 @@ private slots:
         }
     }
 
-    void byteOrderMark_data()
-    {
-        QTest::addColumn<QByteArray>("mark");
-        QTest::addColumn<int>("count");
-        QTest::newRow("II") << QByteArray("II") << 1;
-        QTest::newRow("IM") << QByteArray("IM") << 0;
-        QTest::newRow("ii") << QByteArray("ii") << 0;
-    }
-    void byteOrderMark()
-    {
-        QFETCH(QByteArray, mark);
-        QFETCH(int, count);
-        QByteArray file = tiffAround(tinyJpeg(300, 200));
-        file.replace(0, 2, mark);
-        QCOMPARE(candidatesOf(file).size(), count);
-    }
-
     void orientationFoundSoFar()
     {
         const QByteArray a = tinyJpeg(300, 200), b = tinyJpeg(400, 300);
@@ -553,13 +525,10 @@ private slots:
         QTest::newRow("baseline") << kSoi + app + f << qint64(-1) << "320x240 known";
         QTest::newRow("no APP segment") << kSoi + f << qint64(-1) << "320x240 known";
         QTest::newRow("progressive C2") << kSoi + frame(0xC2, 320, 240) << qint64(-1) << "320x240 known";
-        QTest::newRow("extended C1") << kSoi + frame(0xC1, 320, 240) << qint64(-1) << "320x240 known";
         QTest::newRow("lossless C3") << kSoi + frame(0xC3, 320, 240) << qint64(-1) << "320x240 known";
-        QTest::newRow("arithmetic C9") << kSoi + frame(0xC9, 320, 240) << qint64(-1) << "320x240 known";
         QTest::newRow("C4, C8, CC are tables")
             << kSoi + segment(0xC4, "h") + segment(0xC8, "j") + segment(0xCC, "a") + f << qint64(-1) << "320x240 known";
         QTest::newRow("CD rejects") << kSoi + frame(0xCD, 320, 240) << qint64(-1) << "rejected";
-        QTest::newRow("CF rejects") << kSoi + frame(0xCF, 320, 240) << qint64(-1) << "rejected";
         QTest::newRow("fill bytes") << kSoi + QByteArray(5, '\xFF') + app.mid(1) + QByteArray(3, '\xFF') + f
                                     << qint64(-1) << "320x240 known";
         QTest::newRow("markers without length")
@@ -614,6 +583,14 @@ private slots:
         QTest::newRow("tiny") << tinyJpeg(10, 10) << true;
         QTest::newRow("libvips baseline") << smallJpeg(300, 200) << true;
         QTest::newRow("with an EXIF APP1") << TiffRawWriter::withExifOrientation(smallJpeg(300, 200), 6) << true;
+        void *buf = nullptr;
+        size_t size = 0;
+        vips::VImage::xyz(640, 480).extract_band(0).cast(VIPS_FORMAT_UCHAR).write_to_buffer(
+            ".jpg", &buf, &size, vips::VImage::option()->set("interlace", true)->set("Q", 90));
+        const QByteArray progressive(static_cast<const char *>(buf), qsizetype(size));
+        g_free(buf);
+        QVERIFY(progressive.contains(QByteArray("\xFF\xC2", 2)));
+        QTest::newRow("libvips progressive") << progressive << true;
         QTest::newRow("fill before EOI") << tinyJpeg(10, 10).chopped(2) + QByteArray("\xFF\xFF\xFF\xD9", 4) << true;
         QTest::newRow("no EOI") << tinyJpeg(10, 10).chopped(2) << false;
         QTest::newRow("lossless C3") << tinyJpeg(10, 10, 0xC3) << false;
@@ -630,19 +607,6 @@ private slots:
         QCOMPARE(end.has_value(), complete);
         if (complete)
             QCOMPARE(*end, 4 + jpeg.size());
-    }
-
-    void progressiveJpegEnd()
-    {
-        void *buf = nullptr;
-        size_t size = 0;
-        vips::VImage::xyz(640, 480).extract_band(0).cast(VIPS_FORMAT_UCHAR).write_to_buffer(
-            ".jpg", &buf, &size, vips::VImage::option()->set("interlace", true)->set("Q", 90));
-        const QByteArray jpeg(static_cast<const char *>(buf), qsizetype(size));
-        g_free(buf);
-        QVERIFY(jpeg.contains(QByteArray("\xFF\xC2", 2)));
-        const QByteArray bytes = jpeg + QByteArray(100, '\x11');
-        QCOMPARE(RawPreview::jpegEnd(bytesOf(bytes), bytes.size(), 0), std::optional<qint64>(jpeg.size()));
     }
 
     void searchKeepsTheLongest_data()
@@ -696,8 +660,6 @@ private slots:
         QTest::addColumn<QList<int>>("longSides");
         QTest::addColumn<int>("size");
         QTest::addColumn<int>("index");
-        QTest::newRow("1616 fits 1600") << QList<int>{1616, 6000} << 1600 << 0;
-        QTest::newRow("6000 fits 1700") << QList<int>{1616, 6000} << 1700 << 1;
         QTest::newRow("none big enough for 7000: the largest") << QList<int>{1616, 6000} << 7000 << 1;
         QTest::newRow("order does not matter") << QList<int>{6000, 160, 1616} << 1600 << 2;
         QTest::newRow("exactly the size") << QList<int>{2560, 6000} << 2560 << 0;
@@ -739,12 +701,10 @@ private slots:
         QTest::addColumn<int>("minLong");
         QTest::addColumn<bool>("used");
         QTest::newRow("160x120 refused for a 100-pixel request") << 160 << 120 << 100 << 0 << false;
-        QTest::newRow("160x120 refused with minLong 150") << 160 << 120 << 100 << 150 << false;
         QTest::newRow("199 refused") << 199 << 100 << 100 << 0 << false;
         QTest::newRow("200 is enough") << 200 << 150 << 100 << 0 << true;
         QTest::newRow("1620x1080 refused for minLong 2000") << 1620 << 1080 << 2560 << 2000 << false;
         QTest::newRow("1620x1080 kept for minLong 1620") << 1620 << 1080 << 2560 << 1620 << true;
-        QTest::newRow("1620x1080 kept for minLong 201") << 1620 << 1080 << 2560 << 201 << true;
     }
     void floorAndMinimum()
     {
@@ -812,7 +772,6 @@ private slots:
     {
         QTemporaryDir dir;
         QVERIFY(!RawPreview::embeddedJPEG(dir.filePath("missing.nef"), 2560, 0, true, true));
-        QVERIFY(!RawPreview::embeddedJPEG(writeFile(dir, "empty.nef", {}), 2560, 0, true, true));
         QVERIFY(!RawPreview::embeddedJPEG(dir.path(), 2560, 0, true, true));
     }
 
@@ -985,21 +944,6 @@ private slots:
         QVERIFY(compared >= 2);
     }
 
-    void canonR6Cr3()
-    {
-        const QString samples = TestEnv::samples();
-        if (samples.isEmpty())
-            QSKIP("CORVANE_SAMPLES is not set");
-        const QString path = samples + QStringLiteral("/raw/exiv2_Canon-R6-pruned.CR3");
-        QVERIFY(!RawPreview::embeddedJPEG(path, 2560, 0, true, false));
-        const auto e = RawPreview::embeddedJPEG(path, 2560, 0, true, true);
-        QVERIFY(e);
-        QCOMPARE(e->label, QStringLiteral("JPEG del RAW (búsqueda)"));
-        QCOMPARE(e->longSide, 0);
-        QCOMPARE(TiffRawWriter::jpegSize(e->jpeg), qMakePair(1620, 1080));
-        QVERIFY(e->jpeg.endsWith("\xFF\xD9"));
-    }
-
     // ----- The command line
 
     void command()
@@ -1026,13 +970,9 @@ private slots:
         QCOMPARE(candidates.size(), 2);
         const QJsonObject c0 = candidates[0].toObject();
         QCOMPARE(c0.value("start").toInteger(), layout.jpegs[0].first);
-        QVERIFY(c0.value("end").isNull());
-        QCOMPARE(c0.value("width").toInt(), 1616);
-        QCOMPARE(c0.value("height").toInt(), 1080);
+        QVERIFY(c0.value("end").isNull());   // not declared: null until walked
         QCOMPARE(c0.value("orientation").toInt(), 8);
-        QCOMPARE(c0.value("knownEnd").toBool(), false);
         QCOMPARE(candidates[1].toObject().value("end").toInteger(), layout.jpegs[1].first + layout.jpegs[1].second);
-        QCOMPARE(candidates[1].toObject().value("knownEnd").toBool(), true);
         const QJsonObject chosen = first.value("chosen").toObject();
         QCOMPARE(chosen.value("label").toString(), QStringLiteral("JPEG del RAW"));
         QCOMPARE(chosen.value("width").toInt(), 1616);

