@@ -350,6 +350,7 @@ void AppState::setViewMode(ViewMode m)
 void AppState::applyColorKey(int n)
 {
     const QList<Photo *> t = targets();
+    const Photo *shown = current();
     if (t.isEmpty() || n < 0 || n > 8)
         return;
     ColorClass c = colorClassFromInt(n);
@@ -358,12 +359,13 @@ void AppState::applyColorKey(int n)
     for (Photo *p : t)
         p->setColorClass(c);
     persistMarks(t);
-    advanceAfterMark();
+    advanceAfterMark(shown);
 }
 
 void AppState::applyRatingKey(int n)
 {
     const QList<Photo *> t = targets();
+    const Photo *shown = current();
     if (t.isEmpty() || n < 0 || n > 5)
         return;
     int r = n;
@@ -372,12 +374,13 @@ void AppState::applyRatingKey(int n)
     for (Photo *p : t)
         p->setRating(r);
     persistMarks(t);
-    advanceAfterMark();
+    advanceAfterMark(shown);
 }
 
 void AppState::toggleTag()
 {
     const QList<Photo *> t = targets();
+    const Photo *shown = current();
     if (t.isEmpty())
         return;
     // Several shots: flag them all unless all are flagged already.
@@ -385,7 +388,7 @@ void AppState::toggleTag()
     for (Photo *p : t)
         p->setTagged(flag);
     persistMarks(t);
-    advanceAfterMark();
+    advanceAfterMark(shown);
 }
 
 void AppState::rotate(int quarterTurns)
@@ -432,8 +435,12 @@ void AppState::setAutoAdvance(bool on)
     Settings::autoAdvance.set(on);
 }
 
-void AppState::advanceAfterMark()
+void AppState::advanceAfterMark(const Photo *marked)
 {
+    // A shot the mark took out of the visible list has already given its place to the one that
+    // followed it: that one is next.
+    if (current() != marked)
+        return;
     if (_selection.size() <= 1 && autoAdvance() && _currentIndex >= 0 && _currentIndex + 1 < _visible.size())
         setCurrentIndex(_currentIndex + 1);
 }

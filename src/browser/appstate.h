@@ -140,7 +140,7 @@ private:
     void rebuildVisible(bool keepCurrent = true);
     void resort();
     void persistMarks(const QList<Photo *> &changed);
-    void advanceAfterMark();
+    void advanceAfterMark(const Photo *marked);   // `marked`: the shot shown when the key came
     void watchFolder();
 
     MarksBook &_book;

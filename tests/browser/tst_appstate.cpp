@@ -101,6 +101,31 @@ private slots:
         QCOMPARE(state->visible().size(), 4);
     }
 
+    void advancingFromAShotThatLeavesTheFilterShowsTheNextOne()
+    {
+        // Culling the flagged shots with "Avanzar al marcar": unflagging one hides it, and the
+        // one that followed it is next, not the one after that.
+        QTemporaryDir dir;
+        for (const char *n : {"a.jpg", "b.jpg", "c.jpg", "d.jpg"})
+            TestEnv::touch(dir.filePath(n));
+        openAndWait(dir.path());
+        state->selectAll();
+        state->toggleTag();
+        state->clearSelection();
+        PhotoFilter flagged;
+        flagged.tag = TagFilter::tagged;
+        state->setFilter(flagged);
+        state->setAutoAdvance(true);
+        state->setCurrentIndex(1);
+        QCOMPARE(state->current()->name(), QStringLiteral("b.jpg"));
+        state->toggleTag();
+        QCOMPARE(visibleNames(*state), (QStringList{"a.jpg", "c.jpg", "d.jpg"}));
+        QCOMPARE(state->current()->name(), QStringLiteral("c.jpg"));
+        // A mark that keeps the shot visible still moves on.
+        state->applyColorKey(2);
+        QCOMPARE(state->current()->name(), QStringLiteral("d.jpg"));
+    }
+
     void sortIsKeptAcrossRestarts()
     {
         QTemporaryDir dir;
