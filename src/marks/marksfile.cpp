@@ -77,6 +77,17 @@ std::optional<MarksFile> MarksFile::load(const QString &folder)
     return std::nullopt;
 }
 
+namespace {
+// Once the folder file holds the marks (or there are none), the old app's file is never read again.
+QString retireLegacy(const QString &folder)
+{
+    const QString legacy = folder + QLatin1Char('/') + QLatin1String(MarksFile::kLegacyFileName);
+    if (QFile::exists(legacy) && !QFile::remove(legacy))
+        return QStringLiteral("No se pudo borrar el archivo antiguo de marcas «%1».").arg(legacy);
+    return {};
+}
+} // namespace
+
 QString MarksFile::save(const QString &folder, const MarksMap &marks, std::optional<CameraOffsets> offsets)
 {
     const QString target = folder + QLatin1Char('/') + QLatin1String(kFileName);
@@ -101,12 +112,10 @@ QString MarksFile::save(const QString &folder, const MarksMap &marks, std::optio
         if (!r.ok())
             return QStringLiteral("No se pudieron guardar las marcas en «%1»: %2. Siguen en memoria y se volverá a intentar.")
                 .arg(folder, r.error);
-        const QString legacy = folder + QLatin1Char('/') + QLatin1String(kLegacyFileName);
-        if (QFile::exists(legacy) && !QFile::remove(legacy))
-            return QStringLiteral("No se pudo borrar el archivo antiguo de marcas «%1».").arg(legacy);
-        return {};
+        return retireLegacy(folder);
     }
     if (QFile::exists(target) && !QFile::remove(target))
         return QStringLiteral("No se pudo borrar «%1», que ya no tiene marcas.").arg(target);
-    return {};
+    // With no marks left the old file must go too, or it would bring them back at the next load.
+    return retireLegacy(folder);
 }

@@ -116,6 +116,17 @@ private slots:
         QCOMPARE(MarksFile::load(dir.path())->cameraOffsets.value("cam"), 60.0);
     }
 
+    void clearingTheLastMarkRetiresTheLegacyFileToo()
+    {
+        // Otherwise the old file would bring the cleared mark back at the next load.
+        QTemporaryDir dir;
+        TestEnv::touch(dir.filePath(".ostrel.json"), R"({"app":"Ostrel","version":1,"marks":{"a":{"r":2}}})");
+        QCOMPARE(MarksFile::save(dir.path(), {{"a", Marks{}}}, std::nullopt), QString());
+        QVERIFY(!QFile::exists(dir.filePath(".ostrel.json")));
+        const auto again = MarksFile::load(dir.path());
+        QVERIFY(!again || again->marks.value("a").isEmpty());
+    }
+
     void emptyFolderKeepsNoFileUnlessOffsets()
     {
         QTemporaryDir dir;
