@@ -190,6 +190,9 @@ private:
             return true;
         }
         ::posix_fadvise(src.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+        // The copy keeps the card file's modification time (a shot from June stays dated June).
+        struct stat srcStat;
+        const bool haveTimes = ::fstat(src.get(), &srcStat) == 0;
 
         std::vector<Target> live;
         for (Target &t : targets)
@@ -249,6 +252,12 @@ private:
                 discard(t);
                 fail(t.dest, name, QStringLiteral("la copia no tiene el tamaño del original"));
                 continue;
+            }
+            // After the last write, which would set it again; a disk that cannot keep it (rare
+            // on FAT) still gets a whole copy.
+            if (haveTimes) {
+                const timespec times[2] = {{0, UTIME_OMIT}, srcStat.st_mtim};
+                ::futimens(t.fd.get(), times);
             }
             // Durable before it takes its name: a file under its final name is always whole.
             if (::fsync(t.fd.get()) != 0) {
