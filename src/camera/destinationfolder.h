@@ -4,7 +4,7 @@
 // planted inside the destination never leads out of it. Nothing is ever replaced: a final name is
 // taken with FileIo::renameNoReplaceAt(). Names are
 // compared without regard to case, as the grid groups them. Errors are errno values.
-// Used by one thread at a time: the receiver's, or its finishing pool while it places a file.
+// Used on the receiver's thread only.
 #include "ftppath.h"
 #include "util/uniquefd.h"
 

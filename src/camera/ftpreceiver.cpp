@@ -9,7 +9,6 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
-#include <QThreadPool>
 
 #include <cerrno>
 
@@ -37,15 +36,12 @@ FTPReceiver::FTPReceiver(const QString &folder, const QString &user, const QStri
     queue->setObjectName(QStringLiteral("com.tessaly.corvane.ftp-recibir"));
     _anchor = new QObject;
     _anchor->moveToThread(queue);
-    _finishing = new QThreadPool;
-    _finishing->setMaxThreadCount(2);
 }
 
 FTPReceiver::~FTPReceiver()
 {
     stop();
     delete _anchor;
-    delete _finishing;
     delete queue;
 }
 
@@ -63,7 +59,6 @@ void FTPReceiver::stop()
     if (!queue->isRunning())
         return;
     QMetaObject::invokeMethod(_anchor, [this] { teardown(); }, Qt::BlockingQueuedConnection);
-    _finishing->waitForDone();
     queue->quit();
     queue->wait();
 }

@@ -5,8 +5,7 @@
 //
 // Threads: everything the server does (listener, sessions, timers, file writes, the lock-out
 // book) runs on `queue`, its one thread, labelled "com.tessaly.corvane.ftp-recibir", so no locks
-// are needed. Only what reads a whole received file (its completeness check, the comparison with
-// a file of the same name) runs on the finishing pool, on files no other code touches meanwhile. start() and stop() are called from the owner's thread; `onEvent` is called on
+// are needed. start() and stop() are called from the owner's thread; `onEvent` is called on
 // `queue` and must hand its events on (the camera hub queues them to the GUI thread).
 #include "ftpevent.h"
 #include "ftplimits.h"
@@ -27,7 +26,6 @@ class QObject;
 class QTcpServer;
 class QTcpSocket;
 class QThread;
-class QThreadPool;
 
 class FTPReceiver
 {
@@ -47,8 +45,8 @@ public:
 
     // Opens the listener on `queue`; `ready` or `failed` follows through onEvent. Once only.
     void start();
-    // Closes the listener and every session (unfinished temporary files are removed), lets the
-    // files being finished be placed, and ends the thread. Returns when all of it is done. Called from the owner's thread, never from onEvent.
+    // Closes the listener and every session (unfinished temporary files are removed) and ends the
+    // thread. Returns when all of it is done. Called from the owner's thread, never from onEvent.
     void stop();
 
     // The listening port once `ready` was sent (the one the system chose for port 0).
@@ -74,7 +72,6 @@ private:
     QObject *anchor() const { return _anchor; }
     const FTPLimits &limits() const { return _limits; }
     std::vector<char> &chunkBuffer() { return _chunk; }
-    QThreadPool *finishingPool() const { return _finishing; }
 
     QThread *queue = nullptr;
     QString _folder;
@@ -88,7 +85,6 @@ private:
     FTPLimits _limits;
     quint16 _port;
     QHostAddress _address;
-    QThreadPool *_finishing = nullptr;   // checks and places finished uploads
     QObject *_anchor = nullptr;   // lives on `queue`: the context of its work and parent of its objects
     std::atomic<quint16> _boundPort{0};
     std::vector<char> _chunk;     // one upload buffer serves every session: they take turns on `queue`

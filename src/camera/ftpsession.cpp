@@ -8,16 +8,13 @@
 #include "util/fileio.h"
 #include "util/uniquefd.h"
 
-#include <QFutureWatcher>
 #include <QHash>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
-#include <QtConcurrent/QtConcurrentRun>
 
 #include <cerrno>
 #include <fcntl.h>
-#include <memory>
 #include <poll.h>
 #include <unistd.h>
 
@@ -650,56 +647,29 @@ void FTPSession::finishUpload()
             reply(226, QStringLiteral("Recibida"));   // cameras probe the folder with an empty .tmp
         else
             reply(451, QStringLiteral("Archivo vacío"));
-        _dest.reset();
-        process();
-        return;
-    }
-    // The completeness check and the comparison with a same-named file read the whole file: they
-    // run on the receiver's finishing pool, so a large file does not hold the other cameras.
-    // This session's own commands wait for the reply.
-    busy = true;
-    struct Finished {
-        bool truncated = false;
-        DestinationFolder::Placed placed;
-    };
-    const std::shared_ptr<DestinationFolder> dest(std::move(_dest));
-    const FTPPath::Parts file = u.file;
-    auto *watcher = new QFutureWatcher<Finished>(this);
-    connect(watcher, &QFutureWatcher<Finished>::finished, this, [this, watcher, file] {
-        watcher->deleteLater();
-        if (closed)
-            return;
-        busy = false;
-        const Finished f = watcher->result();
-        if (f.truncated) {
-            reply(451, QStringLiteral("Imagen incompleta"));
-        } else if (f.placed.error) {
-            reply(452, writeErrorText(f.placed.error));
+    } else if (ImageCompleteness::check(u.temp.fd.get()) == ImageCompleteness::Verdict::truncated) {
+        _dest->discard(u.temp);
+        reply(451, QStringLiteral("Imagen incompleta"));
+    } else {
+        // Not forced to the disk before the reply (no fsync): waiting for the disk here would stall
+        // every other camera on this one thread, and the camera's card keeps the original. The
+        // write-behind above has most of it on its way already.
+        const FTPPath::Parts where = u.file.mid(0, u.file.size() - 1);
+        const DestinationFolder::Placed placed = _dest->place(u.temp, where, u.file.last());
+        if (placed.error) {
+            reply(452, writeErrorText(placed.error));
         } else {
-            // Not forced to the disk before the reply (no fsync): the camera's card keeps the
-            // original, and the write-behind has most of it on its way already.
             reply(226, QStringLiteral("Recibida"));
             // A repeat is already in the folder; a .tmp is not a shot yet (a rename follows).
-            if (!f.placed.repeat) {
+            if (!placed.repeat) {
                 ++stored;
-                if (!isTmpName(file))
-                    server->emitEvent(FTPEvent::file(f.placed.path));
+                if (!isTmpName(u.file))
+                    server->emitEvent(FTPEvent::file(placed.path));
             }
         }
-        process();
-    });
-    // Shared, so the descriptor is closed whoever lets go last (the pool may drop the task at stop).
-    auto temp = std::make_shared<DestinationFolder::Temp>(std::move(u.temp));
-    watcher->setFuture(QtConcurrent::run(server->finishingPool(), [dest, temp, file] {
-        Finished f;
-        if (ImageCompleteness::check(temp->fd.get()) == ImageCompleteness::Verdict::truncated) {
-            f.truncated = true;
-            dest->discard(*temp);
-        } else {
-            f.placed = dest->place(*temp, file.mid(0, file.size() - 1), file.last());
-        }
-        return f;
-    }));
+    }
+    _dest.reset();
+    process();
 }
 
 void FTPSession::failUpload(int code, const QString &text)

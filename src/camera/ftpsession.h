@@ -2,8 +2,7 @@
 // One camera's control connection and its data connections. Commands are read one line at a
 // time and each runs to its end before the next is looked at (a running transfer holds them,
 // except ABOR). Lives on the receiver's thread; its timers are its children, so a session that
-// is gone leaves no work behind, and each checks `closed` first. A finished upload is checked and
-// placed on the receiver's finishing pool, which owns the file until it is placed or removed.
+// is gone leaves no work behind, and each checks `closed` first.
 #include "destinationfolder.h"
 #include "ftpcommandreader.h"
 #include "ftppath.h"

@@ -1,7 +1,6 @@
 // The FTP receiver driven by real clients on a loopback port: exact replies through a raw python
 // client, uploads through curl, lftp and python's ftplib, and the files left in the folder.
 #include "ftptestserver.h"
-#include "tangledtiff.h"
 #include "testenv.h"
 
 #include <QtTest>
@@ -392,36 +391,6 @@ print(c.store('padded.jpg', a + b'\0' * 300))
         QVERIFY(s.files(true).isEmpty());
         // Repeats and the empty probes send nothing; every stored file is reported once.
         QCOMPARE(s.eventTexts(FTPEvent::Kind::file).size(), 7);
-    }
-
-    // While one camera's file is checked (a TIFF built to be costly to walk) and then compared
-    // with the same-named copy already stored, another camera's commands are answered at once.
-    void otherSessionsAnsweredWhileAFileIsFinished()
-    {
-        Server s;
-        QTemporaryDir dir;
-        const QString path = TestEnv::touch(dir.filePath("tangled.tif"), TangledTiff::build(3'000'000));
-        const QStringList out = s.python(QStringLiteral(R"(
-a = Raw()
-a.login()
-b = Raw()
-b.login()
-data = open('%1', 'rb').read()
-for attempt in range(2):
-    r, d = a.passive()
-    print(a.cmd('STOR DSC_0001.NEF'))
-    d.sendall(data)
-    d.close()
-    start = time.monotonic()
-    noop = b.cmd('NOOP')
-    ms = (time.monotonic() - start) * 1000
-    print(noop, 'within 100 ms' if ms < 100 else 'after ' + str(int(ms)) + ' ms')
-    print(a.reply())
-)").arg(path));
-        QCOMPARE(out, lines({"150 Lista", "200 Vale within 100 ms", "226 Recibida", "150 Lista", "200 Vale within 100 ms",
-                             "226 Recibida"}));
-        QCOMPARE(s.files(), QStringList({"DSC_0001.NEF"}));   // the second was a repeat
-        QVERIFY(s.files(true).isEmpty());
     }
 
     void renameAfterUpload()
