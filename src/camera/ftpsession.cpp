@@ -15,7 +15,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 namespace {
@@ -23,7 +22,6 @@ namespace {
 constexpr qint64 kChunk = 1048576;              // the most read from the data connection at once
 constexpr int kChunksPerTurn = 8;               // then other sessions get their turn
 constexpr quint64 kWriteBehind = 8 * 1048576;   // start writing to disk every 8 MiB
-constexpr long kGoneGraceUs = 250;              // see controlPeerGone()
 
 // A listener that hands over the plain socket of each connection.
 class PassiveListener : public QTcpServer
@@ -616,26 +614,10 @@ void FTPSession::onDataReadable()
     }
 }
 
-bool FTPSession::controlPeerGone() const
-{
-    if (ctrl->state() != QAbstractSocket::ConnectedState)
-        return true;
-    // A program that dies closes its sockets in no fixed order: the control connection's end
-    // may come a moment after the data connection's. A camera that is still there waits for
-    // the reply and sends nothing, so the whole grace is spent only then.
-    pollfd p{int(ctrl->socketDescriptor()), POLLRDHUP, 0};
-    const timespec grace{0, kGoneGraceUs * 1000};
-    return ::ppoll(&p, 1, &grace, nullptr) > 0 && (p.revents & (POLLRDHUP | POLLHUP | POLLERR));
-}
-
 void FTPSession::finishUpload()
 {
-    // The data connection ended normally. If the control connection has ended too, the camera
-    // has gone (switched off, out of range) and what arrived may be any part of the file.
-    if (controlPeerGone()) {
-        close();
-        return;
-    }
+    // The data connection ended normally: the file is checked and stored as usual, even when the
+    // camera hangs up at once without waiting for the reply. A cut file is caught by the check.
     Upload u = std::move(*upload);
     upload.reset();
     dropDataChannel();

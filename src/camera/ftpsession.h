@@ -98,7 +98,6 @@ private:
     void onDataWatch();
     void dropDataChannel();
     void endTransfer();
-    bool controlPeerGone() const;
 
     // Fields in the order the receiver's design gives them.
     QTcpSocket *ctrl;

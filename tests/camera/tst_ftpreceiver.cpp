@@ -491,10 +491,32 @@ print(c.cmd('STOR a.jpg'))
         QVERIFY(s.files(true).isEmpty());
     }
 
+    void aCameraHangingUpRightAfterAWholeFileKeepsIt()
+    {
+        Server s;
+        // The whole JPEG is sent and the camera hangs up without waiting for the reply: its
+        // control connection is gone by the time the data connection's end is read.
+        const QStringList out = s.python(R"(
+c = Raw()
+c.login()
+r, d = c.passive()
+print(c.cmd('STOR DSC_0002.JPG'))
+d.sendall(jpeg(b'whole', 200000))
+c.s.close()
+time.sleep(0.2)
+d.close()
+)");
+        QCOMPARE(out, QStringList{"150 Lista"});
+        QTRY_COMPARE_WITH_TIMEOUT(s.files(), QStringList{"DSC_0002.JPG"}, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(s.eventTexts(FTPEvent::Kind::file).size(), 1, 5000);
+        QVERIFY(s.files(true).isEmpty());   // no temporary file left behind
+    }
+
     void clientVanishingMidUpload()
     {
         Server s;
-        // Killed while sending: the data connection ends as if normally, but the camera is gone.
+        // Killed while sending: the data connection ends as if normally, but the camera is gone
+        // and the JPEG is cut: the check refuses it.
         const QStringList out = s.python(R"(
 import os, signal, subprocess, sys
 code = '''
@@ -503,8 +525,8 @@ import os, signal
 c = Raw()
 c.login()
 r, d = c.passive()
-c.cmd('STOR DSC_0001.ARW')
-d.sendall(b'RAW!' + os.urandom(200000))
+c.cmd('STOR DSC_0001.JPG')
+d.sendall(jpeg(b'cut', 200000)[:150000])
 os.kill(os.getpid(), signal.SIGKILL)
 '''
 p = subprocess.run([sys.executable, '-c', code])
