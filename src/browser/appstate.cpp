@@ -507,7 +507,9 @@ QMap<QString, int> AppState::facetCounts(Facet f) const
 
 void AppState::rebuildVisible(bool keepCurrent)
 {
-    const Photo *cur = keepCurrent ? current() : nullptr;
+    // The id, not the shot: a removed current shot is freed when _visible lets go of it below.
+    const Photo *shown = keepCurrent ? current() : nullptr;
+    const std::optional<QUuid> curId = shown ? std::optional(shown->id) : std::nullopt;
     const int oldIndex = _currentIndex;
     QList<PhotoPtr> next;
     next.reserve(_photos.size());
@@ -530,7 +532,7 @@ void AppState::rebuildVisible(bool keepCurrent)
     }
     if (!keepCurrent)
         return;
-    int index = cur ? visibleIndexOf(cur->id) : -1;
+    int index = curId ? visibleIndexOf(*curId) : -1;
     if (index < 0)
         index = oldIndex;   // the current shot was hidden: stay at the same place
     if (_visible.isEmpty())
