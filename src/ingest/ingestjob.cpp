@@ -325,9 +325,12 @@ QList<CopyRecord> verifyRecords(IngestReport &r, CancelToken *cancel, IngestProg
     std::vector<Check> checks(size_t(r.records.size()), Check::cancelled);
     std::atomic<qint64> bytes{0};
     std::atomic<int> done{0};
+    // Read-only on every thread: QList's non-const operator[] would detach a list still shared
+    // with the caller's report, and two disks' threads would detach it at once.
+    const QList<CopyRecord> &records = r.records;
     auto work = [&](int dest) {
-        for (int i = 0; i < r.records.size(); ++i) {
-            const CopyRecord &rec = r.records[i];
+        for (int i = 0; i < records.size(); ++i) {
+            const CopyRecord &rec = records[i];
             if (rec.rootIndex != dest)
                 continue;
             if (isCancelled(cancel))
