@@ -132,6 +132,17 @@ void FTPSession::close()
 {
     if (closed)
         return;
+    // A camera may hang up the moment it has sent a file, and the end of its data connection can
+    // be read after the end of its control connection: read what is left, and a file that ended
+    // whole is checked and stored as usual. Only an unfinished one is thrown away.
+    if (upload && data) {
+        _processing = true;   // no more commands: the camera is gone
+        for (quint64 before = ~quint64(0); upload && upload->total != before;) {
+            before = upload->total;
+            onDataReadable();
+        }
+        _processing = false;
+    }
     closed = true;
     idle->stop();
     dataWatch->stop();
