@@ -16,14 +16,6 @@
 #include <QFileInfo>
 #include <QTimer>
 
-namespace {
-QString parentOf(const QString &path)
-{
-    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
-    return slash <= 0 ? QStringLiteral("/") : path.left(slash);
-}
-} // namespace
-
 AppState::AppState(MarksBook &book, QObject *parent)
     : QObject(parent)
     , _book(book)
@@ -94,7 +86,7 @@ void AppState::open(const QString &pathIn)
     if (info.isDir())
         openFolder(path);
     else
-        openFolder(parentOf(path), path);
+        openFolder(FolderScanner::parentOf(path), path);
 }
 
 void AppState::openFolder(const QString &folderIn, const QString &selectFile, bool recursive)
@@ -570,7 +562,7 @@ QList<Photo *> AppState::addFiles(const QStringList &pathsIn, bool markNew)
     QStringList order;
     for (const QString &in : pathsIn) {
         const QString path = FolderScanner::standardPath(in);
-        const bool inside = _recursive ? path.startsWith(_folder + QLatin1Char('/')) : parentOf(path) == _folder;
+        const bool inside = _recursive ? path.startsWith(_folder + QLatin1Char('/')) : FolderScanner::parentOf(path) == _folder;
         if (!inside || FileKinds::baseNameOf(path).startsWith(QLatin1Char('.')))
             continue;
         if (FileKinds::isSidecar(path)) {

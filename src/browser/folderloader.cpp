@@ -5,14 +5,6 @@
 #include <QSet>
 #include <QThreadPool>
 
-namespace {
-QString parentOf(const QString &path)
-{
-    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
-    return slash <= 0 ? QStringLiteral("/") : path.left(slash);
-}
-} // namespace
-
 FolderLoader::FolderLoader(QObject *parent)
     : QObject(parent)
     , _pool(new QThreadPool(this))
@@ -52,7 +44,7 @@ void FolderLoader::load(quint64 generation, const QString &folder, bool recursiv
         }
         QSet<QString> folders;
         for (const ScannedItem &item : std::as_const(result.scan.items))
-            folders.insert(parentOf(item.url));
+            folders.insert(FolderScanner::parentOf(item.url));
         for (const QString &dir : std::as_const(folders)) {
             if (token->isCancelled())
                 return;

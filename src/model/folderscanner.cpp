@@ -79,6 +79,12 @@ QString joinPath(const QString &folder, const QString &name)
 
 } // namespace
 
+QString parentOf(const QString &path)
+{
+    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
+    return slash <= 0 ? QStringLiteral("/") : path.left(slash);
+}
+
 QString standardPath(const QString &path)
 {
     if (path.isEmpty())

@@ -18,6 +18,9 @@ using Progress = std::function<void(const QString &text, int count)>;
 // Standardised absolute path: no "." or "..", no trailing slash.
 QString standardPath(const QString &path);
 
+// The folder of a standardised path ("/" for a file at the root).
+QString parentOf(const QString &path);
+
 // Grouping key: standardised folder path, "/", lower-cased base name ("#v" added for videos).
 QString groupingKey(const QString &path);
 
