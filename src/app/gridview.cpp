@@ -320,7 +320,7 @@ void GridView::mousePressEvent(QMouseEvent *event)
         if (Photo *p = _model->photoAt(idx.row())) {
             Marks m = Marks::fromPhoto(*p);
             m.t = p->tagged() ? std::nullopt : std::optional<bool>(true);
-            _state.setMarks(p, m);
+            _state.setMarks(p, m, QStringLiteral("bandera"));
         }
         event->accept();
         return;

@@ -135,14 +135,29 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     });
     connect(&state, &AppState::sortChanged, this, &MainWindow::updateSortChecks);
     connect(&state, &AppState::toastRequested, _toast, &Toast::showMessage);
+    connect(&state, &AppState::bulkMarksChanged, this, [this](const QString &text) {
+        _toast->showAction(text, QStringLiteral("Deshacer"), [this] { _state.undo(); });
+    });
+    connect(&state, &AppState::historyChanged, this, &MainWindow::updateUndoActions);
     connect(&store, &MarksStore::writeFailed, this, [this](const QString &message) { _toast->showMessage(message, true); });
 
     updateSortChecks();
+    updateUndoActions();
     updateCentre();
     updateTitle();
 }
 
 MainWindow::~MainWindow() = default;
+
+void MainWindow::updateUndoActions()
+{
+    QAction *undo = _actions.value(QStringLiteral("undo"));
+    QAction *redo = _actions.value(QStringLiteral("redo"));
+    undo->setText(_state.undoText());
+    undo->setEnabled(_state.canUndo());
+    redo->setText(_state.redoText());
+    redo->setEnabled(_state.canRedo());
+}
 
 void MainWindow::setThumbnailSource(ThumbnailSource *source)
 {
@@ -227,6 +242,8 @@ void MainWindow::buildActions()
     on("quit", &QWidget::close);
 
     // Edición
+    on("undo", [this] { _state.undo(); });
+    on("redo", [this] { _state.redo(); });
     on("selectAll", [this] { _state.selectAll(); });
     on("invertSelection", [this] { _state.invertSelection(); });
     on("deselect", [this] { _state.clearSelection(); });
@@ -326,6 +343,9 @@ void MainWindow::buildMenus()
     file->addAction(a("quit"));
 
     QMenu *edit = bar->addMenu(QStringLiteral("&Edición"));
+    edit->addAction(a("undo"));
+    edit->addAction(a("redo"));
+    edit->addSeparator();
     edit->addAction(a("selectAll"));
     edit->addAction(a("invertSelection"));
     edit->addAction(a("deselect"));

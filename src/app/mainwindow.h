@@ -91,6 +91,7 @@ private:
 
     void updateCentre();
     void updateTitle();
+    void updateUndoActions();
     void updateSortChecks();
     void fillRecentMenu();
 

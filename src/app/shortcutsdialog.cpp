@@ -39,6 +39,8 @@ ShortcutsDialog::ShortcutsDialog(QWidget *parent)
         {"F", "Punto de enfoque"},
         {"P", "Rendimiento: origen y tiempo de la vista previa"},
         {"Ctrl + O", "Abrir carpeta…"},
+        {"Ctrl + Z", "Deshacer el último cambio de marcas"},
+        {"Ctrl + Mayús + Z  /  Ctrl + Y", "Rehacer"},
         {"Ctrl + A", "Seleccionar todo"},
         {"Ctrl + Mayús + A", "Deseleccionar"},
         {"Ctrl + F", "Buscar"},

@@ -11,6 +11,7 @@
 Toast::Toast(QWidget *parent)
     : QFrame(parent)
     , _label(new QLabel(this))
+    , _action(new QToolButton(this))
     , _close(new QToolButton(this))
     , _timer(new QTimer(this))
 {
@@ -25,6 +26,17 @@ Toast::Toast(QWidget *parent)
     layout->setSpacing(10);
     _label->setWordWrap(true);
     layout->addWidget(_label, 1);
+    _action->setObjectName(QStringLiteral("toastAction"));
+    _action->setFocusPolicy(Qt::NoFocus);
+    _action->setStyleSheet(QStringLiteral("QToolButton { color: #8cc4ff; font-weight: 600; border: none; padding: 2px 6px; }"));
+    _action->hide();
+    layout->addWidget(_action);
+    connect(_action, &QToolButton::clicked, this, [this] {
+        const auto action = std::exchange(_onAction, nullptr);
+        dismiss();
+        if (action)
+            action();
+    });
     _close->setText(QStringLiteral("×"));
     _close->setToolTip(QStringLiteral("Cerrar"));
     _close->setAutoRaise(true);
@@ -37,8 +49,21 @@ Toast::Toast(QWidget *parent)
     hide();
 }
 
+void Toast::showAction(const QString &text, const QString &actionText, std::function<void()> action)
+{
+    showMessage(text, false);
+    _onAction = std::move(action);
+    _action->setText(actionText);
+    _action->show();
+    _timer->start(kActionShowMs);
+    adjustSize();
+    place();
+}
+
 void Toast::showMessage(const QString &text, bool error)
 {
+    _onAction = nullptr;
+    _action->hide();
     _error = error;
     _label->setText(text);
     // Wrapped labels size themselves badly: a short message gets its own width, a long one

@@ -1,8 +1,9 @@
 #pragma once
 // A short message bottom centre over its parent. Plain messages leave after about three
-// seconds; errors stay until clicked or dismissed with their ×. A new message replaces the one
-// shown. GUI thread only.
+// seconds (five when they offer an action, such as "Deshacer"); errors stay until clicked or
+// dismissed with their ×. A new message replaces the one shown. GUI thread only.
 #include <QFrame>
+#include <functional>
 
 class QLabel;
 class QTimer;
@@ -16,10 +17,16 @@ public:
 
     explicit Toast(QWidget *parent);
 
+    static constexpr int kActionShowMs = 5000;
+
     void showMessage(const QString &text, bool error);
+    // A plain message with a button that runs `action` and closes the message.
+    void showAction(const QString &text, const QString &actionText, std::function<void()> action);
     void dismiss();
     QString text() const;
     bool isError() const { return _error; }
+
+    QToolButton *actionButton() const { return _action; }
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -29,7 +36,9 @@ private:
     void place();
 
     QLabel *_label;
+    QToolButton *_action;
     QToolButton *_close;
+    std::function<void()> _onAction;
     QTimer *_timer;
     bool _error = false;
 };

@@ -15,6 +15,9 @@ QList<WindowAction> build()
     t += {QStringLiteral("camera"), QStringLiteral("Cámara…"), {}, QStringLiteral("Cámara")};
     t += {QStringLiteral("quit"), QStringLiteral("Salir"), key(Qt::CTRL | Qt::Key_Q)};
     // Edición
+    t += {QStringLiteral("undo"), QStringLiteral("Deshacer"), key(Qt::CTRL | Qt::Key_Z)};
+    t += {QStringLiteral("redo"), QStringLiteral("Rehacer"),
+          {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), QKeySequence(Qt::CTRL | Qt::Key_Y)}};
     t += {QStringLiteral("selectAll"), QStringLiteral("Seleccionar todo"), key(Qt::CTRL | Qt::Key_A)};
     t += {QStringLiteral("invertSelection"), QStringLiteral("Invertir selección"), key(Qt::CTRL | Qt::SHIFT | Qt::Key_I)};
     t += {QStringLiteral("deselect"), QStringLiteral("Deseleccionar"), key(Qt::CTRL | Qt::SHIFT | Qt::Key_A)};

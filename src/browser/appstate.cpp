@@ -2,6 +2,7 @@
 
 #include "folderloader.h"
 #include "folderwatcher.h"
+#include "marksfilewatcher.h"
 
 #include "model/filekinds.h"
 #include "model/folderscanner.h"
@@ -16,12 +17,24 @@
 #include <QFileInfo>
 #include <QTimer>
 
+namespace {
+QList<Marks> marksOf(const QList<Photo *> &shots)
+{
+    QList<Marks> m;
+    m.reserve(shots.size());
+    for (const Photo *p : shots)
+        m.append(Marks::fromPhoto(*p));
+    return m;
+}
+} // namespace
+
 AppState::AppState(MarksBook &book, QObject *parent)
     : QObject(parent)
     , _book(book)
     , _metaReader(new MetaReader(this))
     , _watcher(new FolderWatcher(this))
     , _xattr(new LegacyXattrReader(this))
+    , _marksWatcher(new MarksFileWatcher(book.writer(), this))
     , _loader(new FolderLoader(this))
     , _resortTimer(new QTimer(this))
 {
@@ -41,6 +54,7 @@ AppState::AppState(MarksBook &book, QObject *parent)
         }
     });
     connect(_xattr, &LegacyXattrReader::found, this, &AppState::applyLegacyMarks);
+    connect(_marksWatcher, &MarksFileWatcher::marksChanged, this, &AppState::applyMarksOnDisk);
     connect(_loader, &FolderLoader::progress, this, [this](quint64 gen, const QString &text, int count) {
         if (gen == _generation)
             setProgress(Progress{text, count, 0});
@@ -94,6 +108,7 @@ void AppState::openFolder(const QString &folderIn, const QString &selectFile, bo
     _loader->cancel();
     _metaReader->cancel();
     _watcher->stop();
+    _marksWatcher->stop();
     _resortTimer->stop();
     ++_generation;
     _folder = FolderScanner::standardPath(folderIn);
@@ -121,6 +136,7 @@ void AppState::openFolder(const QString &folderIn, const QString &selectFile, bo
     Settings::recentFolders.set(recent);
 
     emit folderChanged();
+    emit historyChanged();
     emit photosChanged();
     emit currentChanged(-1);
     emit selectionChanged();
@@ -195,6 +211,8 @@ void AppState::applyScan(quint64 gen, const FolderLoader::Result &result)
         _xattr->read(unmarked, _generation);
     if (!_recursive && !_accessDenied && !_folderMissing)
         watchFolder();
+    if (!_accessDenied && !_folderMissing)
+        _marksWatcher->watch(_folder);
 }
 
 void AppState::watchFolder()
@@ -348,9 +366,10 @@ void AppState::applyColorKey(int n)
     ColorClass c = colorClassFromInt(n);
     if (n != 0 && std::all_of(t.begin(), t.end(), [c](Photo *p) { return p->colorClass() == c; }))
         c = ColorClass::none;   // the same key again removes it
+    const QList<Marks> before = marksOf(t);
     for (Photo *p : t)
         p->setColorClass(c);
-    persistMarks(t);
+    commitMarks(t, before, QStringLiteral("color"));
     advanceAfterMark(shown);
 }
 
@@ -363,9 +382,10 @@ void AppState::applyRatingKey(int n)
     int r = n;
     if (n != 0 && std::all_of(t.begin(), t.end(), [n](Photo *p) { return p->rating() == n; }))
         r = 0;
+    const QList<Marks> before = marksOf(t);
     for (Photo *p : t)
         p->setRating(r);
-    persistMarks(t);
+    commitMarks(t, before, QStringLiteral("estrellas"));
     advanceAfterMark(shown);
 }
 
@@ -377,26 +397,121 @@ void AppState::toggleTag()
         return;
     // Several shots: flag them all unless all are flagged already.
     const bool flag = !std::all_of(t.begin(), t.end(), [](Photo *p) { return p->tagged(); });
+    const QList<Marks> before = marksOf(t);
     for (Photo *p : t)
         p->setTagged(flag);
-    persistMarks(t);
+    commitMarks(t, before, QStringLiteral("bandera"));
     advanceAfterMark(shown);
 }
 
 void AppState::rotate(int quarterTurns)
 {
     const QList<Photo *> t = targets();
+    const QList<Marks> before = marksOf(t);
     for (Photo *p : t)
         p->setRotation(p->rotation() + quarterTurns);
-    persistMarks(t);
+    commitMarks(t, before, QStringLiteral("giro"));
 }
 
-void AppState::setMarks(Photo *p, const Marks &m)
+void AppState::setMarks(Photo *p, const Marks &m, const QString &what)
 {
-    if (!p)
+    if (p)
+        setMarks({{p, m}}, what);
+}
+
+void AppState::setMarks(const QList<QPair<Photo *, Marks>> &marks, const QString &what)
+{
+    QList<Photo *> changed;
+    QList<Marks> before;
+    for (const auto &[p, m] : marks) {
+        if (!p)
+            continue;
+        changed.append(p);
+        before.append(Marks::fromPhoto(*p));
+        m.applyTo(*p);
+    }
+    commitMarks(changed, before, what);
+}
+
+void AppState::commitMarks(const QList<Photo *> &changed, const QList<Marks> &before, const QString &what)
+{
+    MarksChange change{what, {}};
+    for (qsizetype i = 0; i < changed.size(); ++i) {
+        const Marks after = Marks::fromPhoto(*changed[i]);
+        if (after == before[i])
+            continue;
+        const auto orNone = [](const Marks &m) { return m.isEmpty() ? std::nullopt : std::optional<Marks>(m); };
+        change.shots.append({changed[i]->url(), orNone(before[i]), orNone(after)});
+    }
+    persistMarks(changed);
+    if (change.isEmpty())
         return;
-    m.applyTo(*p);
-    persistMarks({p});
+    const QString text = change.describe();
+    const bool several = change.shots.size() > 1;
+    _history.record(_folder, std::move(change));
+    emit historyChanged();
+    if (several)
+        emit bulkMarksChanged(text.left(1).toUpper() + text.mid(1));
+}
+
+bool AppState::canUndo() const { return _history.nextUndo(_folder) != nullptr; }
+bool AppState::canRedo() const { return _history.nextRedo(_folder) != nullptr; }
+
+QString AppState::undoText() const
+{
+    const MarksChange *c = _history.nextUndo(_folder);
+    return c ? QStringLiteral("Deshacer ") + c->describe() : QStringLiteral("Deshacer");
+}
+
+QString AppState::redoText() const
+{
+    const MarksChange *c = _history.nextRedo(_folder);
+    return c ? QStringLiteral("Rehacer ") + c->describe() : QStringLiteral("Rehacer");
+}
+
+void AppState::undo() { stepHistory(true); }
+void AppState::redo() { stepHistory(false); }
+
+void AppState::stepHistory(bool back)
+{
+    const auto change = back ? _history.takeUndo(_folder) : _history.takeRedo(_folder);
+    if (!change)
+        return;
+    QList<Photo *> shown;
+    for (const MarksChange::Shot &shot : change->shots) {
+        const std::optional<Marks> &m = back ? shot.before : shot.after;
+        const auto id = _byKey.constFind(FolderScanner::groupingKey(shot.file));
+        if (Photo *p = id == _byKey.constEnd() ? nullptr : photo(*id)) {
+            m.value_or(Marks{}).applyTo(*p);
+            shown.append(p);
+        } else {
+            // The shot is no longer listed (filtered out of a recursive view, or its file
+            // moved): its marks still go back in the book and the file.
+            _book.set(shot.file, m, true);
+        }
+    }
+    persistMarks(shown);
+    emit historyChanged();
+}
+
+void AppState::applyMarksOnDisk(const QString &folder, const MarksMap &marks)
+{
+    if (folder != _folder)
+        return;
+    const QSet<QString> keys = _book.adopt(folder, marks);
+    if (keys.isEmpty())
+        return;
+    QList<QUuid> ids;
+    for (const PhotoPtr &p : std::as_const(_photos)) {
+        if (p->dirPath != folder || !keys.contains(MarksFile::keyFor(p->url())))
+            continue;
+        _book.marksFor(p->url()).value_or(Marks{}).applyTo(*p);
+        ids.append(p->id);
+    }
+    if (ids.isEmpty())
+        return;
+    emit photosUpdated(ids);
+    rebuildVisible();
 }
 
 void AppState::persistMarks(const QList<Photo *> &changed)

@@ -6,6 +6,7 @@
 // generation so a late result of an older folder is dropped.
 #include "folderloader.h"
 
+#include "marks/markshistory.h"
 #include "model/photo.h"
 #include "model/photofilter.h"
 #include "model/sharpverdict.h"
@@ -27,6 +28,7 @@ class QTimer;
 class FolderWatcher;
 class LegacyXattrReader;
 class MarksBook;
+class MarksFileWatcher;
 class MetaReader;
 struct Marks;
 
@@ -84,8 +86,18 @@ public:
     void applyRatingKey(int n);    // 1…5 set/toggle, 0 removes
     void toggleTag();
     void rotate(int quarterTurns); // +1 right, -1 left
-    // Sets marks directly (command line, client selection). Persists through the marks book.
-    void setMarks(Photo *p, const Marks &m);
+    // Sets marks directly (a click on a cell's flag, the client selection) as one undoable
+    // change named `what` ("bandera", "selección del cliente"…).
+    void setMarks(Photo *p, const Marks &m, const QString &what);
+    void setMarks(const QList<QPair<Photo *, Marks>> &marks, const QString &what);
+
+    // ----- Undo of marks changes, per folder, for the whole run
+    bool canUndo() const;
+    bool canRedo() const;
+    QString undoText() const;   // "Deshacer color en 35 imágenes", or "Deshacer"
+    QString redoText() const;
+    void undo();
+    void redo();
     bool autoAdvance() const;      // "Avanzar al marcar"
     void setAutoAdvance(bool on);
 
@@ -131,6 +143,9 @@ signals:
     void sortChanged();
     void progressChanged();
     void toastRequested(const QString &text, bool error);
+    void historyChanged();                     // what undo and redo would do changed
+    // A change of marks touched several shots; the window offers to undo it.
+    void bulkMarksChanged(const QString &text);
 
 private:
     void startScan(const QString &folder, bool recursive);
@@ -140,6 +155,10 @@ private:
     void rebuildVisible(bool keepCurrent = true);
     void resort();
     void persistMarks(const QList<Photo *> &changed);
+    // Persists and records as one undoable change: `before` holds each shot's marks before it.
+    void commitMarks(const QList<Photo *> &changed, const QList<Marks> &before, const QString &what);
+    void stepHistory(bool back);
+    void applyMarksOnDisk(const QString &folder, const MarksMap &marks);
     void advanceAfterMark(const Photo *marked);   // `marked`: the shot shown when the key came
     void watchFolder();
 
@@ -147,6 +166,8 @@ private:
     MetaReader *_metaReader;
     FolderWatcher *_watcher;
     LegacyXattrReader *_xattr;
+    MarksFileWatcher *_marksWatcher;
+    MarksHistory _history;
 
     QString _folder;
     bool _recursive = false;

@@ -52,15 +52,46 @@ void MarksBook::set(const QString &mainFile, std::optional<Marks> marks, bool pe
         map.insert(key, *marks);
     else
         map.remove(key);
-    if (persist && store)
-        store->schedule(dir, map);
+    dirty[dir].insert(key);
+    if (persist)
+        this->persist(dir);
 }
 
 void MarksBook::persist(const QString &folderIn)
 {
     const QString dir = FolderScanner::standardPath(folderIn);
+    const QSet<QString> changed = dirty.take(dir);
     if (store)
-        store->schedule(dir, folder(dir));
+        store->schedule(dir, folder(dir), changed);
+}
+
+QSet<QString> MarksBook::adopt(const QString &folderIn, const MarksMap &onDisk)
+{
+    const QString dir = FolderScanner::standardPath(folderIn);
+    folder(dir);
+    MarksMap &map = byDir[dir];
+    QSet<QString> mine = dirty.value(dir);
+    if (store)
+        mine.unite(store->unwrittenKeys(dir));
+    QSet<QString> changed;
+    for (auto it = onDisk.cbegin(); it != onDisk.cend(); ++it) {
+        if (mine.contains(it.key()) || it->isEmpty())
+            continue;
+        const auto old = map.constFind(it.key());
+        if (old == map.constEnd() || *old != *it) {
+            map.insert(it.key(), *it);
+            changed.insert(it.key());
+        }
+    }
+    for (auto it = map.begin(); it != map.end();) {
+        if (!onDisk.contains(it.key()) && !mine.contains(it.key())) {
+            changed.insert(it.key());
+            it = map.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    return changed;
 }
 
 void MarksBook::move(const QString &oldMainFile, const QString &newMainFile)
@@ -73,5 +104,7 @@ void MarksBook::move(const QString &oldMainFile, const QString &newMainFile)
 
 void MarksBook::forget(const QString &folderIn)
 {
-    byDir.remove(FolderScanner::standardPath(folderIn));
+    const QString dir = FolderScanner::standardPath(folderIn);
+    byDir.remove(dir);
+    dirty.remove(dir);
 }

@@ -2,6 +2,7 @@
 
 #include "model/filekinds.h"
 #include "util/atomicfile.h"
+#include "util/folderlock.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -118,4 +119,28 @@ QString MarksFile::save(const QString &folder, const MarksMap &marks, std::optio
         return QStringLiteral("No se pudo borrar «%1», que ya no tiene marcas.").arg(target);
     // With no marks left the old file must go too, or it would bring them back at the next load.
     return retireLegacy(folder);
+}
+
+QString MarksFile::saveChanges(const QString &folder, const MarksMap &ours, const QSet<QString> &changed,
+                               std::optional<CameraOffsets> offsets, MarksMap *merged)
+{
+    const FolderLock lock(folder);
+    const auto existing = load(folder);
+    // A file that is there but does not decode holds nothing to keep: this process's map
+    // replaces it whole, as it did before marks were merged.
+    const bool unreadable = !existing && QFile::exists(folder + QLatin1Char('/') + QLatin1String(kFileName));
+    MarksMap result = existing ? existing->marks : unreadable ? ours : MarksMap{};
+    for (const QString &key : changed) {
+        const auto it = ours.constFind(key);
+        if (it != ours.constEnd() && !it->isEmpty())
+            result.insert(key, *it);
+        else
+            result.remove(key);
+    }
+    if (!offsets)
+        offsets = existing ? existing->cameraOffsets : CameraOffsets{};
+    const QString error = save(folder, result, offsets);
+    if (merged)
+        *merged = std::move(result);
+    return error;
 }

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QMap>
+#include <QSet>
 #include <QString>
 #include <optional>
 
@@ -32,4 +33,10 @@ struct MarksFile {
     static std::optional<MarksFile> load(const QString &folder);
     // Writes or deletes the folder's file (see MarksStore). Returns an error text, empty on success.
     static QString save(const QString &folder, const MarksMap &marks, std::optional<CameraOffsets> offsets);
+    // Writes only what this process changed: under the folder's lock, reads the file as it is
+    // now, sets the `changed` keys to their value in `ours` (removing those absent there) and
+    // saves the result, so marks another process wrote meanwhile survive. `merged` receives what
+    // was written. Returns an error text, empty on success.
+    static QString saveChanges(const QString &folder, const MarksMap &ours, const QSet<QString> &changed,
+                               std::optional<CameraOffsets> offsets, MarksMap *merged = nullptr);
 };

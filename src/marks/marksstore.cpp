@@ -26,12 +26,15 @@ MarksStore::~MarksStore()
     queue.wait();
 }
 
-void MarksStore::schedule(const QString &folderIn, const MarksMap &marks)
+void MarksStore::schedule(const QString &folderIn, const MarksMap &marks, const QSet<QString> &changed)
 {
     const QString folder = FolderScanner::standardPath(folderIn);
     {
         QMutexLocker locker(&lock);
-        pending.insert(folder, {folder, marks});
+        Pending &p = pending[folder];
+        p.folder = folder;
+        p.marks = marks;
+        p.changed.unite(changed);
     }
     // Cancel the scheduled flush and schedule a new one: a burst writes once, after its last change.
     QMetaObject::invokeMethod(workItem, qOverload<>(&QTimer::start), Qt::QueuedConnection);
@@ -42,11 +45,8 @@ void MarksStore::scheduleOffsets(const QString &folderIn, const CameraOffsets &o
     const QString folder = FolderScanner::standardPath(folderIn);
     QMutexLocker locker(&lock);
     offsets.insert(folder, o);
-    if (!pending.contains(folder)) {
-        // Offsets alone: write them with the marks the file already holds.
-        const auto existing = MarksFile::load(folder);
-        pending.insert(folder, {folder, existing ? existing->marks : MarksMap{}});
-    }
+    // Offsets alone change no key: they are written with the marks the file holds then.
+    pending[folder].folder = folder;
     locker.unlock();
     QMetaObject::invokeMethod(workItem, qOverload<>(&QTimer::start), Qt::QueuedConnection);
 }
@@ -71,6 +71,16 @@ int MarksStore::writeCount() const
     return writes;
 }
 
+QSet<QString> MarksStore::unwrittenKeys(const QString &folderIn) const
+{
+    const QString folder = FolderScanner::standardPath(folderIn);
+    QMutexLocker locker(&lock);
+    QSet<QString> keys = writing.value(folder);
+    if (const auto it = pending.constFind(folder); it != pending.constEnd())
+        keys.unite(it->changed);
+    return keys;
+}
+
 void MarksStore::flushOnQueue()
 {
     QHash<QString, Pending> work;
@@ -79,18 +89,26 @@ void MarksStore::flushOnQueue()
         QMutexLocker locker(&lock);
         work.swap(pending);
         workOffsets.swap(offsets);
+        for (auto it = work.cbegin(); it != work.cend(); ++it)
+            writing.insert(it.key(), it->changed);
     }
     for (auto it = work.cbegin(); it != work.cend(); ++it) {
         std::optional<CameraOffsets> o;
         if (workOffsets.contains(it.key()))
             o = workOffsets.value(it.key());
-        const QString error = MarksFile::save(it.value().folder, it.value().marks, o);
+        const QString error = MarksFile::saveChanges(it->folder, it->marks, it->changed, o);
         QMutexLocker locker(&lock);
         ++writes;
+        writing.remove(it.key());
         if (!error.isEmpty()) {
-            // Keep it for the next flush, unless a newer map arrived meanwhile.
-            if (!pending.contains(it.key()))
-                pending.insert(it.key(), it.value());
+            // Keep the changes for the next flush; a newer map that arrived meanwhile wins, and
+            // its keys add to these.
+            Pending &p = pending[it.key()];
+            if (p.folder.isEmpty()) {
+                p.folder = it->folder;
+                p.marks = it->marks;
+            }
+            p.changed.unite(it->changed);
             if (o && !offsets.contains(it.key()))
                 offsets.insert(it.key(), *o);
             locker.unlock();

@@ -91,6 +91,7 @@ private slots:
     void subfolderCellIsNotMarkedAndReturnEntersIt();
     void spaceAndReturnSwitchViews();
     void selectionGesturesAndMarksOnSelection();
+    void aColourOnEveryShotIsUndoneFromTheToastOrTheKeys();
     void filterBarHidesShotsAndClears();
     void typingInSearchFieldNeverMarks();
     void marksShowAgainInNewWindow();
@@ -304,6 +305,40 @@ void TestMainWindow::spaceAndReturnSwitchViews()
     QTest::mouseDClick(grid->viewport(), Qt::LeftButton, Qt::NoModifier, grid->visualRect(s.model()->index(5)).center());
     QCOMPARE(s.window.centreWidget(), s.window.singleView());
     QCOMPARE(s.state.currentIndex(), 4);
+}
+
+void TestMainWindow::aColourOnEveryShotIsUndoneFromTheToastOrTheKeys()
+{
+    Session s(folder);
+    Photo *first = s.current();
+    s.press(Qt::Key_1);
+    s.press(Qt::Key_A, Qt::ControlModifier);
+    s.press(Qt::Key_5);
+    const int n = int(s.state.visible().size());
+    QAction *undo = s.window.action(QStringLiteral("undo"));
+    QCOMPARE(undo->text(), QStringLiteral("Deshacer color en %1 imágenes").arg(n));
+    Toast *toast = s.window.toast();
+    QVERIFY(toast->isVisible());
+    QCOMPARE(toast->text(), QStringLiteral("Color en %1 imágenes").arg(n));
+    QVERIFY(toast->actionButton()->isVisible());
+    QCOMPARE(toast->actionButton()->text(), QStringLiteral("Deshacer"));
+
+    QTest::mouseClick(toast->actionButton(), Qt::LeftButton);
+    QVERIFY(!toast->isVisible());
+    QCOMPARE(first->colorClass(), ColorClass::c1);
+    QCOMPARE(s.cellOf(first).data(GridModel::ColorRole).toInt(), 1);
+    QVERIFY(!s.marksOnDisk(folder).contains(QStringLiteral("dsc_0003")));
+
+    s.press(Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+    QCOMPARE(first->colorClass(), ColorClass::c5);
+    s.press(Qt::Key_Z, Qt::ControlModifier);
+    s.press(Qt::Key_Z, Qt::ControlModifier);
+    QCOMPARE(first->colorClass(), ColorClass::none);
+    QVERIFY(!undo->isEnabled());
+    QCOMPARE(undo->text(), QStringLiteral("Deshacer"));
+    s.press(Qt::Key_Y, Qt::ControlModifier);
+    QCOMPARE(first->colorClass(), ColorClass::c1);
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":1})"));
 }
 
 void TestMainWindow::selectionGesturesAndMarksOnSelection()

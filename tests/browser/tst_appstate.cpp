@@ -1,5 +1,6 @@
 // The browser state end to end on real folders: open, marks keys, filter, sort, arrivals.
 #include "marks/marksbook.h"
+#include "marks/marksfile.h"
 #include "marks/marksstore.h"
 #include "browser/appstate.h"
 #include "testenv.h"
@@ -124,6 +125,63 @@ private slots:
         // A mark that keeps the shot visible still moves on.
         state->applyColorKey(2);
         QCOMPARE(state->current()->name(), QStringLiteral("d.jpg"));
+    }
+
+    void everyChangeOfMarksCanBeUndoneAndRedone()
+    {
+        // Ctrl+A then "5" over a folder of mixed colours: one undo gives each shot its own colour
+        // back, on disk too.
+        QTemporaryDir dir;
+        for (const char *n : {"a.jpg", "b.jpg", "c.jpg"})
+            TestEnv::touch(dir.filePath(n));
+        openAndWait(dir.path());
+        QSignalSpy bulk(state.get(), &AppState::bulkMarksChanged);
+        state->setCurrentIndex(0);
+        state->applyColorKey(1);
+        state->setCurrentIndex(1);
+        state->applyRatingKey(3);
+        state->selectAll();
+        state->applyColorKey(5);
+        QCOMPARE(bulk.size(), 1);
+        QCOMPARE(bulk.first().first().toString(), QStringLiteral("Color en 3 imágenes"));
+        QCOMPARE(state->undoText(), QStringLiteral("Deshacer color en 3 imágenes"));
+        state->undo();
+        const QList<PhotoPtr> &v = state->visible();
+        QCOMPARE(v[0]->colorClass(), ColorClass::c1);
+        QCOMPARE(v[1]->colorClass(), ColorClass::none);
+        QCOMPARE(v[1]->rating(), 3);
+        QCOMPARE(state->undoText(), QStringLiteral("Deshacer estrellas en 1 imagen"));
+        QCOMPARE(state->redoText(), QStringLiteral("Rehacer color en 3 imágenes"));
+        store->flush();
+        QCOMPARE(MarksFile::load(dir.path())->marks.value("a").c, std::optional<int>(1));
+        QVERIFY(!MarksFile::load(dir.path())->marks.value("c").c);
+        state->redo();
+        for (const PhotoPtr &p : v)
+            QCOMPARE(p->colorClass(), ColorClass::c5);
+        QVERIFY(!state->canRedo());
+
+        // A new change forgets what was undone.
+        state->undo();
+        state->clearSelection();
+        state->toggleTag();
+        QVERIFY(!state->canRedo());
+
+        // Deep history, kept per folder while another folder is open.
+        for (int i = 0; i < 120; ++i)
+            state->rotate(1);
+        QTemporaryDir other;
+        TestEnv::touch(other.filePath("x.jpg"));
+        openAndWait(other.path());
+        QVERIFY(!state->canUndo());
+        openAndWait(dir.path());
+        const auto b = [this] { return state->photos()[1]; };
+        for (int i = 0; i < 119; ++i)
+            state->undo();
+        QCOMPARE(b()->rotation() % 4, 1);
+        QCOMPARE(state->undoText(), QStringLiteral("Deshacer giro en 1 imagen"));
+        state->undo();
+        QCOMPARE(b()->rotation() % 4, 0);
+        QCOMPARE(state->undoText(), QStringLiteral("Deshacer bandera en 1 imagen"));
     }
 
     void sortIsKeptAcrossRestarts()

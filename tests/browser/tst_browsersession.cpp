@@ -6,6 +6,8 @@
 #include "imaging/imagepipeline.h"
 #include "marks/marks.h"
 #include "marks/marksfile.h"
+#include "corvanerun.h"
+#include "marks/marksstore.h"
 #include "testenv.h"
 #include "testscenes.h"
 
@@ -72,6 +74,32 @@ private slots:
         Photo *arrived = byName(state, "DSC_0003.JPG");
         QVERIFY(arrived && arrived->isNew());
         QTRY_VERIFY_WITH_TIMEOUT(arrived->sharpness().has_value(), 20000);
+    }
+
+    void marksMadeElsewhereShowAndAreKept()
+    {
+        // `corvane mark` in a terminal while the folder is open: the shot shows the colour, and
+        // the session's own next write keeps it.
+        QVERIFY(corvaneBuilt());
+        QTemporaryDir dir;
+        for (const char *n : {"DSC_0001.JPG", "DSC_0002.JPG"})
+            TestEnv::touch(dir.filePath(n));
+        BrowserSession session(nullptr, 1);
+        AppState &state = session.state();
+        QSignalSpy loaded(&state, &AppState::loaded);
+        state.openFolder(dir.path());
+        QVERIFY(loaded.wait(5000));
+        QCOMPARE(QProcess::execute(corvaneBin(), {"mark", "--color", "3", dir.filePath("DSC_0002.JPG")}), 0);
+        Photo *second = byName(state, "DSC_0002.JPG");
+        QTRY_COMPARE_WITH_TIMEOUT(second->colorClass(), ColorClass::c3, 1500);
+
+        state.setCurrentIndex(0);
+        state.applyRatingKey(4);
+        session.store().flush();
+        const auto f = MarksFile::load(dir.path());
+        QCOMPARE(f->marks.value("dsc_0001").r, std::optional<int>(4));
+        QCOMPARE(f->marks.value("dsc_0002").c, std::optional<int>(3));
+        QCOMPARE(second->colorClass(), ColorClass::c3);
     }
 };
 

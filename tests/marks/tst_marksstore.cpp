@@ -2,6 +2,7 @@
 #include "marks/legacyxattr.h"
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
+#include "corvanerun.h"
 #include "testenv.h"
 
 #include <QtTest>
@@ -115,6 +116,42 @@ private slots:
         const auto f = MarksFile::load(dir.path());
         QCOMPARE(f->cameraOffsets.value("Canon#1"), 120.0);
         QCOMPARE(f->marks.size(), 1);
+    }
+
+    void twentyProcessesMarkingOneFolderLoseNothing()
+    {
+        // Each `corvane mark` reads the file, changes one shot and writes; without the folder
+        // lock and the merge, the last writer's map would erase the others' marks.
+        QVERIFY(corvaneBuilt());
+        QTemporaryDir dir;
+        std::vector<std::unique_ptr<QProcess>> runs;
+        for (int i = 0; i < 20; ++i)
+            TestEnv::touch(dir.filePath(QStringLiteral("DSC_%1.JPG").arg(i, 4, 10, QLatin1Char('0'))));
+        for (int i = 0; i < 20; ++i) {
+            auto p = std::make_unique<QProcess>();
+            p->start(corvaneBin(), {"mark", "--color", QString::number(i % 8 + 1),
+                                    dir.filePath(QStringLiteral("DSC_%1.JPG").arg(i, 4, 10, QLatin1Char('0')))});
+            runs.push_back(std::move(p));
+        }
+        for (auto &p : runs) {
+            QVERIFY(p->waitForFinished(60000));
+            QCOMPARE(p->exitCode(), 0);
+        }
+        const auto f = MarksFile::load(dir.path());
+        QVERIFY(f);
+        QCOMPARE(f->marks.size(), 20);
+        QCOMPARE(f->marks.value("dsc_0013").c, std::optional<int>(6));
+
+        // A writer of this process that holds an older copy of the folder changes only its key.
+        MarksStore store;
+        MarksBook book(&store);
+        book.folder(dir.path());
+        QCOMPARE(QProcess::execute(corvaneBin(), {"mark", "--color", "0", dir.filePath("DSC_0001.JPG")}), 0);
+        book.set(dir.filePath("DSC_0002.JPG"), std::nullopt);
+        store.flush();
+        const auto after = MarksFile::load(dir.path());
+        QCOMPARE(after->marks.size(), 18);
+        QVERIFY(!after->marks.contains("dsc_0001") && !after->marks.contains("dsc_0002"));
     }
 
     void legacyAttributesAreRead()
