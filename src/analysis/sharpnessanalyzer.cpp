@@ -140,13 +140,19 @@ void SharpnessAnalyzer::flush()
     if (batch.isEmpty())
         return;
     Results results;
-    for (const Outcome &o : std::as_const(batch))
+    QList<QUuid> failed;
+    for (const Outcome &o : std::as_const(batch)) {
         if (o.result)
             results.insert(o.id, {o.result->best, QPointF(o.result->focusX, o.result->focusY)});
+        else
+            failed.append(o.id);
+    }
     const int before = _done;
     _done = qMin(_total, _done + int(batch.size()));
     if (!results.isEmpty())
         emit measured(results);
+    if (!failed.isEmpty())
+        emit unreadable(failed);
     emit progressChanged(_done, _total);
     if (_done / kSaveEvery != before / kSaveEvery || _done >= _total)
         saveCache();

@@ -52,6 +52,8 @@ public:
 
 signals:
     void measured(const SharpnessAnalyzer::Results &results);
+    // Shots whose file could not be decoded at all.
+    void unreadable(const QList<QUuid> &ids);
     void progressChanged(int done, int total);   // total 0: nothing under way
     void finished();
 

@@ -121,7 +121,7 @@ void GridDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, 
         image = source->thumbnail(photo->id, qRound(_thumb * dpr));
     }
     const qreal fontPx = qMax(9.0, _thumb / 9.0);
-    if (!image.isNull()) {
+    if (!image.isNull() && !photo->damaged()) {
         const qreal dpr = p.device() ? p.device()->devicePixelRatioF() : 1.0;
         const QRectF target = ImageDraw::fitted(thumb, image.size(), photo->rotation(), dpr);
         p.setRenderHint(QPainter::SmoothPixmapTransform);

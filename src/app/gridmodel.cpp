@@ -119,6 +119,7 @@ QVariant GridModel::data(const QModelIndex &index, int role) const
     case SharpRole: return sharpVerdict(p, _state.sensitivity());
     case SharpReasonRole: return sharpReason(p, _state.sensitivity());
     case NewRole: return p.isNew();
+    case DamagedRole: return p.damaged();
     default: return {};
     }
 }

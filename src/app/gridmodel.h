@@ -31,6 +31,7 @@ public:
         SharpRole,                         // SharpLevel by the current sensitivity
         SharpReasonRole,                   // why a blurry shot is blurry, else empty
         NewRole,                           // bool
+        DamagedRole,                       // bool: no file of the shot can be read
     };
 
     explicit GridModel(AppState &state, QObject *parent = nullptr);

@@ -123,6 +123,7 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
         updateCentre();
     });
     connect(&state, &AppState::filterChanged, this, [this] {
+        _actions.value(QStringLiteral("damagedOnly"))->setChecked(_state.filter().damagedOnly);
         // Follow a filter cleared elsewhere, but never fight the user's typing.
         if (!_searchDelay->isActive() && _search->text() != _state.filter().text)
             _search->setText(_state.filter().text);
@@ -293,6 +294,11 @@ void MainWindow::buildActions()
     connect(_actions.value(QStringLiteral("focusPoint")), &QAction::toggled, this,
             [this](bool shown) { _single->setFocusPointShown(shown); });
     on("clearFilters", [this] { _state.clearFilter(); });
+    on("damagedOnly", [this](bool on) {
+        PhotoFilter f = _state.filter();
+        f.damagedOnly = on;
+        _state.setFilter(f);
+    });
 
     _sortGroup = new QActionGroup(this);
     for (SortKey key : allSortKeys()) {
@@ -392,6 +398,7 @@ void MainWindow::buildMenus()
     sort->addActions(_directionGroup->actions());
     QMenu *filters = view->addMenu(QStringLiteral("Filtros"));
     filters->addAction(a("filterBarVisible"));
+    filters->addAction(a("damagedOnly"));
     filters->addAction(a("clearFilters"));
 
     QMenu *tools = bar->addMenu(QStringLiteral("&Herramientas"));
@@ -526,6 +533,11 @@ void MainWindow::buildStatusBar()
 {
     _status = new StatusBar(_state, _session.analyzer(), this);
     setStatusBar(_status);
+    connect(_status, &StatusBar::damagedClicked, this, [this] {
+        PhotoFilter f = _state.filter();
+        f.damagedOnly = true;
+        _state.setFilter(f);
+    });
 }
 
 void MainWindow::restoreLayout()

@@ -42,6 +42,21 @@ QRectF paintKindTile(QPainter &painter, const QRectF &area, const Photo &p, qrea
 
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
+    if (p.damaged()) {
+        // Distinct from the grey tile of a shot still loading: a failed write must not pass for
+        // a healthy file.
+        painter.setPen(QPen(QColor(0x8a, 0x3a, 0x3f), 1));
+        painter.setBrush(QColor(0x3a, 0x22, 0x24));
+        painter.drawRoundedRect(r.adjusted(0.5, 0.5, -0.5, -0.5), 3, 3);
+        QFont f = painter.font();
+        f.setPixelSize(qMax(8, qRound(fontPixels)));
+        f.setBold(true);
+        painter.setFont(f);
+        painter.setPen(QColor(0xe0, 0x78, 0x7c));
+        painter.drawText(r, Qt::AlignCenter, QStringLiteral("dañada"));
+        painter.restore();
+        return r;
+    }
     painter.setPen(QPen(QColor(0x4a, 0x4a, 0x4a), 1));
     painter.setBrush(QColor(0x34, 0x34, 0x34));
     painter.drawRoundedRect(r.adjusted(0.5, 0.5, -0.5, -0.5), 3, 3);

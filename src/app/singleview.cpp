@@ -221,6 +221,18 @@ SingleView::Frame SingleView::frame() const
 
 SingleView::Shown SingleView::shown() const { return frame().kind; }
 
+QString SingleView::notice() const
+{
+    const Photo *p = _state.current();
+    if (!p)
+        return {};
+    if (p->damaged())
+        return QStringLiteral("Imagen dañada: no se puede leer");
+    if (_focusPoint && !p->focusPoint())
+        return QStringLiteral("Punto de enfoque sin medir");
+    return {};
+}
+
 // ----- Geometry
 
 QRectF SingleView::fitArea() const
@@ -564,8 +576,11 @@ void SingleView::paintEvent(QPaintEvent *)
     if (_zoomed)
         right.prepend(QStringLiteral("100 %   "));
     p.drawText(footer, Qt::AlignRight | Qt::AlignVCenter, right);
-    if (_focusPoint && !photo->focusPoint())
-        p.drawText(footer, Qt::AlignHCenter | Qt::AlignVCenter, QStringLiteral("Punto de enfoque sin medir"));
+    if (const QString n = notice(); !n.isEmpty()) {
+        if (photo->damaged())
+            p.setPen(QColor(0xe0, 0x78, 0x7c));
+        p.drawText(footer, Qt::AlignHCenter | Qt::AlignVCenter, n);
+    }
 
     paintOverlay(p, *photo);
     if (_performance)

@@ -36,6 +36,9 @@ public:
     // What is drawn for the current shot.
     enum class Shown { Nothing, Tile, Thumbnail, Preview, FullImage };
     Shown shown() const;
+    // The line under the image that tells something is wrong or missing ("Imagen dañada: no se
+    // puede leer"), or empty.
+    QString notice() const;
     // Where the image lies in the view, in logical pixels (empty for the tile).
     QRectF imageRect() const;
 

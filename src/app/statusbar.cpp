@@ -11,6 +11,8 @@ StatusBar::StatusBar(AppState &state, SharpnessAnalyzer &analyzer, QWidget *pare
     , _state(state)
     , _count(new QLabel(this))
     , _selection(new QLabel(this))
+    , _damaged(new QLabel(this))
+    , _unsupported(new QLabel(this))
     , _progressText(new QLabel(this))
     , _progress(new QProgressBar(this))
     , _sharpText(new QLabel(this))
@@ -21,6 +23,13 @@ StatusBar::StatusBar(AppState &state, SharpnessAnalyzer &analyzer, QWidget *pare
     _selection->setObjectName(QStringLiteral("statusSelection"));
     addWidget(_count);
     addWidget(_selection);
+    _damaged->setObjectName(QStringLiteral("statusDamaged"));
+    _damaged->setToolTip(QStringLiteral("Mostrar solo las imágenes dañadas"));
+    _damaged->setTextInteractionFlags(Qt::LinksAccessibleByMouse);
+    connect(_damaged, &QLabel::linkActivated, this, &StatusBar::damagedClicked);
+    addWidget(_damaged);
+    _unsupported->setObjectName(QStringLiteral("statusUnsupported"));
+    addWidget(_unsupported);
 
     _progressText->setObjectName(QStringLiteral("statusProgressText"));
     _progress->setObjectName(QStringLiteral("statusProgress"));
@@ -42,6 +51,7 @@ StatusBar::StatusBar(AppState &state, SharpnessAnalyzer &analyzer, QWidget *pare
 
     for (auto signal : {&AppState::folderChanged, &AppState::loaded, &AppState::photosChanged, &AppState::selectionChanged})
         connect(&state, signal, this, &StatusBar::updateCounts);
+    connect(&state, &AppState::photosUpdated, this, &StatusBar::updateCounts);
     connect(&state, &AppState::progressChanged, this, &StatusBar::updateProgress);
     connect(&analyzer, &SharpnessAnalyzer::progressChanged, this, &StatusBar::updateSharpness);
     updateCounts();
@@ -67,12 +77,49 @@ QString StatusBar::selectionText() const
     return k == 1 ? QStringLiteral("1 seleccionada") : QStringLiteral("%1 seleccionadas").arg(k);
 }
 
+QString StatusBar::damagedText() const
+{
+    const int n = _state.isLoading() ? 0 : _state.damagedCount();
+    if (n == 0)
+        return {};
+    return n == 1 ? QStringLiteral("1 dañada") : QStringLiteral("%1 dañadas").arg(n);
+}
+
+QString StatusBar::unsupportedText() const
+{
+    const qsizetype n = _state.isLoading() ? 0 : _state.otherFiles().size();
+    if (n == 0)
+        return {};
+    return n == 1 ? QStringLiteral("1 archivo que Corvane no muestra")
+                  : QStringLiteral("%1 archivos que Corvane no muestra").arg(n);
+}
+
 void StatusBar::updateCounts()
 {
     _count->setText(countText());
     const QString sel = selectionText();
     _selection->setText(sel);
     _selection->setVisible(!sel.isEmpty());
+
+    const QString damaged = damagedText();
+    _damaged->setText(QStringLiteral("<a href=\"dañadas\" style=\"color:#e0787c; text-decoration:none\">%1</a>")
+                          .arg(damaged.toHtmlEscaped()));
+    _damaged->setVisible(!damaged.isEmpty());
+
+    const QString unsupported = unsupportedText();
+    _unsupported->setText(unsupported);
+    _unsupported->setVisible(!unsupported.isEmpty());
+    if (!unsupported.isEmpty()) {
+        // Their names, so a photographer sees at once what was left out (a .HIF, a .txt…).
+        constexpr int kListed = 30;
+        const QStringList &files = _state.otherFiles();
+        QStringList names;
+        for (qsizetype i = 0; i < files.size() && i < kListed; ++i)
+            names.append(files[i].mid(files[i].lastIndexOf(QLatin1Char('/')) + 1));
+        if (files.size() > kListed)
+            names.append(QStringLiteral("… y %1 más").arg(files.size() - kListed));
+        _unsupported->setToolTip(names.join(QLatin1Char('\n')));
+    }
 }
 
 void StatusBar::updateProgress()

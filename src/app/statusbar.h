@@ -1,7 +1,7 @@
 #pragma once
-// The main window's status bar: "N de M imágenes", the selection, the progress of a long
-// operation and of the background sharpness scoring. It follows the browser state and the
-// analyzer by itself. GUI thread only.
+// The main window's status bar: "N de M imágenes", the selection, the damaged shots and the files
+// Corvane does not show, the progress of a long operation and of the background sharpness
+// scoring. It follows the browser state and the analyzer by itself. GUI thread only.
 #include <QStatusBar>
 
 class AppState;
@@ -17,8 +17,14 @@ public:
 
     QString countText() const;       // "N de M imágenes", "Cargando…", empty with no folder
     QString selectionText() const;   // "K seleccionadas", empty when none
+    QString damagedText() const;     // "3 dañadas", empty when none
+    QString unsupportedText() const; // "12 archivos que Corvane no muestra", empty when none
 
     void updateCounts();
+
+signals:
+    // The damaged count was clicked: the window lists those shots.
+    void damagedClicked();
 
 private:
     void updateProgress();
@@ -27,6 +33,8 @@ private:
     AppState &_state;
     QLabel *_count;
     QLabel *_selection;
+    QLabel *_damaged;
+    QLabel *_unsupported;
     QLabel *_progressText;
     QProgressBar *_progress;
     QLabel *_sharpText;

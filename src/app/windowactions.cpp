@@ -46,6 +46,7 @@ QList<WindowAction> build()
     t += {QStringLiteral("performance"), QStringLiteral("Rendimiento"), key(Qt::Key_P), {}, true};
     t += {QStringLiteral("focusPoint"), QStringLiteral("Punto de enfoque"), key(Qt::Key_F), {}, true};
     t += {QStringLiteral("filterBarVisible"), QStringLiteral("Barra de filtros"), {}, {}, true};
+    t += {QStringLiteral("damagedOnly"), QStringLiteral("Solo las dañadas"), {}, {}, true};
     t += {QStringLiteral("clearFilters"), QStringLiteral("Quitar filtros")};
     for (SortKey k : allSortKeys())
         t += {QStringLiteral("sort-") + sortKeyToString(k), sortKeyTitle(k), {}, {}, true};

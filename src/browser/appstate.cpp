@@ -14,6 +14,7 @@
 #include "util/settings.h"
 
 #include <QDir>
+#include <algorithm>
 #include <QFileInfo>
 #include <QTimer>
 
@@ -708,6 +709,7 @@ QList<Photo *> AppState::addFiles(const QStringList &pathsIn, bool markNew)
                 continue;
             p->setFiles(item);
             p->fileSize = item.size;
+            p->setDamaged(item.size == 0);   // judged again from its new files
             p->fileCreated = item.created;
             p->fileModified = item.modified;
         } else {
@@ -778,15 +780,38 @@ void AppState::removeFiles(const QStringList &pathsIn)
 void AppState::applySharpness(const QHash<QUuid, std::pair<double, QPointF>> &results)
 {
     QList<QUuid> ids;
+    bool healed = false;
     for (auto it = results.cbegin(); it != results.cend(); ++it)
         if (Photo *p = photo(it.key())) {
             p->setSharpness(it.value().first);
             p->setFocusPoint(it.value().second);
+            healed |= p->damaged();
+            p->setDamaged(false);
             ids.append(it.key());
         }
     if (ids.isEmpty())
         return;
     emit photosUpdated(ids);
-    if (_filter.sharp != SharpFilter::any)
+    if (_filter.sharp != SharpFilter::any || (healed && _filter.damagedOnly))
         rebuildVisible();
+}
+
+void AppState::markDamaged(const QList<QUuid> &ids)
+{
+    QList<QUuid> changed;
+    for (const QUuid &id : ids)
+        if (Photo *p = photo(id); p && !p->damaged()) {
+            p->setDamaged(true);
+            changed.append(id);
+        }
+    if (changed.isEmpty())
+        return;
+    emit photosUpdated(changed);
+    if (_filter.damagedOnly)
+        rebuildVisible();
+}
+
+int AppState::damagedCount() const
+{
+    return int(std::count_if(_photos.cbegin(), _photos.cend(), [](const PhotoPtr &p) { return p->damaged(); }));
 }

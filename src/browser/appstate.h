@@ -62,6 +62,7 @@ public:
     const QList<PhotoPtr> &photos() const { return _photos; }      // every shot, sorted
     const QList<PhotoPtr> &visible() const { return _visible; }    // passing the filter, sorted
     const QStringList &subfolders() const { return _subfolders; }
+    // The folder's files that are neither shots nor sidecars: kinds Corvane does not show.
     const QStringList &otherFiles() const { return _otherFiles; }
     Photo *photo(const QUuid &id) const;
     int visibleIndexOf(const QUuid &id) const;                      // -1 when hidden or unknown
@@ -124,8 +125,12 @@ public:
     QList<Photo *> addFiles(const QStringList &paths, bool markNew);
     void removeFiles(const QStringList &paths);
 
-    // Analysis results from the background (sharpness); re-applies the filter.
+    // Analysis results from the background (sharpness); re-applies the filter. A shot that
+    // could be measured is readable, so no longer damaged.
     void applySharpness(const QHash<QUuid, std::pair<double, QPointF>> &results);
+    // Shots none of whose files could be decoded.
+    void markDamaged(const QList<QUuid> &ids);
+    int damagedCount() const;
 
     quint64 generation() const { return _generation; }
     // Whether a sidecar (.xmp) exists for the shot.

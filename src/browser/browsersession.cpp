@@ -19,6 +19,8 @@ BrowserSession::BrowserSession(QObject *parent, int sharpnessWidth, SharpnessCac
 {
     // Every shot of the open folder is scored in the background; a new folder drops the old work.
     connect(_analyzer, &SharpnessAnalyzer::measured, _state.get(), &AppState::applySharpness);
+    // The scoring decodes every shot of the folder: what it cannot read is damaged.
+    connect(_analyzer, &SharpnessAnalyzer::unreadable, _state.get(), &AppState::markDamaged);
     connect(_state.get(), &AppState::folderChanged, _analyzer, &SharpnessAnalyzer::cancel);
     connect(_state.get(), &AppState::loaded, this, [this] {
         measureSharpness(true);

@@ -10,6 +10,7 @@ Photo::Photo(const ScannedItem &item)
     fileCreated = item.created;
     fileModified = item.modified;
     fileSize = item.size;
+    _damaged = item.size == 0;   // every file of the shot is empty
     facets = Facets::build(nullptr, badge);
 }
 

@@ -54,6 +54,11 @@ public:
     const std::optional<CropSpec> &crop() const { return _crop; }
     void setCrop(std::optional<CropSpec> c) { _crop = c; }
 
+    // No file of the shot can be read as an image (empty, cut short, not what its name says):
+    // on a card, the sign of a failed write.
+    bool damaged() const { return _damaged; }
+    void setDamaged(bool d) { _damaged = d; }
+
     bool isNew() const { return _isNew; }
     void setIsNew(bool n) { _isNew = n; }
 
@@ -109,6 +114,7 @@ private:
     int _rotation = 0;
     std::optional<CropSpec> _crop;
     bool _isNew = false;
+    bool _damaged = false;
     std::optional<PhotoMeta> _meta;
     double _timeOffset = 0;
     std::optional<double> _sharpness, _faceSharpness;

@@ -28,6 +28,8 @@ bool PhotoFilter::passes(const Photo &p, SharpSensitivity s, std::optional<Facet
         return false;
     if (newOnly && !p.isNew())
         return false;
+    if (damagedOnly && !p.damaged())
+        return false;
     switch (sharp) {
     case SharpFilter::any: break;
     case SharpFilter::blurry:

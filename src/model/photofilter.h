@@ -24,6 +24,7 @@ struct PhotoFilter {
     bool burstBestOnly = false;
     SharpFilter sharp = SharpFilter::any;
     bool newOnly = false;
+    bool damagedOnly = false;
     QString text;                       // as typed
     QStringList words;                  // folded words of `text`, every one required
     std::optional<QString> advanced;    // advanced query; rejects nothing until search exists

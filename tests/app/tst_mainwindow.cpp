@@ -1,8 +1,10 @@
 // The window driven as a photographer drives it: keys and clicks on a real folder, checked by
 // what the window shows (status bar, cells, overlays, toasts) and by the marks file on disk.
 #include "testenv.h"
+#include "testimages.h"
 #include "testwindow.h"
 
+#include "analysis/sharpnessanalyzer.h"
 #include "app/colorchip.h"
 #include "app/emptystate.h"
 #include "app/filterbar.h"
@@ -92,6 +94,7 @@ private slots:
     void spaceAndReturnSwitchViews();
     void selectionGesturesAndMarksOnSelection();
     void aColourOnEveryShotIsUndoneFromTheToastOrTheKeys();
+    void damagedAndUnshownFilesAreCountedAndListed();
     void filterBarHidesShotsAndClears();
     void typingInSearchFieldNeverMarks();
     void marksShowAgainInNewWindow();
@@ -339,6 +342,50 @@ void TestMainWindow::aColourOnEveryShotIsUndoneFromTheToastOrTheKeys()
     s.press(Qt::Key_Y, Qt::ControlModifier);
     QCOMPARE(first->colorClass(), ColorClass::c1);
     QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":1})"));
+}
+
+void TestMainWindow::damagedAndUnshownFilesAreCountedAndListed()
+{
+    // What a failed card write leaves: an empty RAW+JPEG pair and a JPEG of random bytes, beside
+    // a healthy shot and two files Corvane does not show.
+    QTemporaryDir dir;
+    TestEnv::touch(dir.filePath("DSC_0001.NEF"), {});
+    TestEnv::touch(dir.filePath("DSC_0001.JPG"), {});
+    QByteArray noise(64 * 1024, '\0');
+    for (int i = 0; i < noise.size(); ++i)
+        noise[i] = char((i * 7919 + 13) % 251);
+    TestEnv::touch(dir.filePath("DSC_0002.JPG"), noise);
+    TestImages::writeJpeg(dir.filePath("DSC_0003.JPG"), 640, 480);
+    TestEnv::touch(dir.filePath("notas.txt"));
+    TestEnv::touch(dir.filePath("A7S_0004.HIF"));
+
+    Session s(dir.path());
+    const auto damaged = [&](const char *name) {
+        for (const PhotoPtr &p : s.state.photos())
+            if (p->name() == QLatin1String(name))
+                return s.cellOf(p.get()).data(GridModel::DamagedRole).toBool();
+        return false;
+    };
+    QVERIFY(damaged("DSC_0001.NEF"));
+    QTRY_VERIFY_WITH_TIMEOUT(damaged("DSC_0002.JPG"), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(!s.session.analyzer().isBusy(), 20000);
+    QVERIFY(!damaged("DSC_0003.JPG"));
+
+    auto *damagedLabel = s.window.findChild<QLabel *>(QStringLiteral("statusDamaged"));
+    QTRY_VERIFY(damagedLabel->isVisible());
+    QVERIFY(damagedLabel->text().contains(QStringLiteral("2 dañadas")));
+    auto *unshown = s.window.findChild<QLabel *>(QStringLiteral("statusUnsupported"));
+    QCOMPARE(unshown->text(), QStringLiteral("2 archivos que Corvane no muestra"));
+    QVERIFY(unshown->toolTip().contains(QStringLiteral("A7S_0004.HIF")));
+    QVERIFY(unshown->toolTip().contains(QStringLiteral("notas.txt")));
+
+    emit damagedLabel->linkActivated(QStringLiteral("dañadas"));
+    QCOMPARE(s.state.visible().size(), 2);
+    QVERIFY(s.window.action(QStringLiteral("damagedOnly"))->isChecked());
+    s.press(Qt::Key_Space);
+    QCOMPARE(s.window.findChild<SingleView *>()->notice(), QStringLiteral("Imagen dañada: no se puede leer"));
+    s.window.action(QStringLiteral("damagedOnly"))->trigger();
+    QCOMPARE(s.state.visible().size(), 3);
 }
 
 void TestMainWindow::selectionGesturesAndMarksOnSelection()
