@@ -139,7 +139,12 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     connect(&state, &AppState::bulkMarksChanged, this, [this](const QString &text) {
         _toast->showAction(text, QStringLiteral("Deshacer"), [this] { _state.undo(); });
     });
-    connect(&state, &AppState::historyChanged, this, &MainWindow::updateUndoActions);
+    connect(&state, &AppState::historyChanged, this, [this] {
+        // A "Deshacer" offered for an older change would now undo a newer one.
+        if (_toast->offersAction())
+            _toast->dismiss();
+        updateUndoActions();
+    });
     connect(&store, &MarksStore::writeFailed, this, [this](const QString &message) { _toast->showMessage(message, true); });
 
     updateSortChecks();

@@ -27,6 +27,7 @@ public:
     bool isError() const { return _error; }
 
     QToolButton *actionButton() const { return _action; }
+    bool offersAction() const { return isVisible() && _onAction != nullptr; }
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

@@ -342,6 +342,14 @@ void TestMainWindow::aColourOnEveryShotIsUndoneFromTheToastOrTheKeys()
     s.press(Qt::Key_Y, Qt::ControlModifier);
     QCOMPARE(first->colorClass(), ColorClass::c1);
     QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":1})"));
+
+    // A later change takes the offer away: its button would undo that change instead.
+    s.press(Qt::Key_A, Qt::ControlModifier);
+    s.press(Qt::Key_3);
+    QVERIFY(toast->offersAction());
+    s.press(Qt::Key_Escape);
+    s.press(Qt::Key_4);
+    QVERIFY(!toast->isVisible());
 }
 
 void TestMainWindow::damagedAndUnshownFilesAreCountedAndListed()
