@@ -80,27 +80,17 @@ private slots:
 
     // ----- Keys
 
-    void keyShape()
-    {
-        QTemporaryDir dir;
-        const QString photo = TestEnv::touch(dir.filePath("a.jpg"), "12345");
-        const auto key = DiskImageCache::diskKey(photo, 420);
-        QVERIFY(key.has_value());
-        QCOMPARE(DiskImageCache::diskKey(photo, 420), key);   // stable
-
-        // The same file named through "." and ".." is the same entry.
-        QVERIFY(QDir(dir.path()).mkdir("sub"));
-        QCOMPARE(DiskImageCache::diskKey(dir.path() + "/./sub/../a.jpg", 420), key);
-        QVERIFY(!DiskImageCache::diskKey(dir.filePath("missing.jpg"), 420).has_value());
-        QVERIFY(!DiskImageCache::diskKey(QString(), 420).has_value());
-    }
-
     void keyFollowsIdentity()
     {
         QTemporaryDir dir;
         const QString photo = TestEnv::touch(dir.filePath("a.jpg"), "12345");
         QVERIFY(setModified(photo, 1700000000));
         const QString base = *DiskImageCache::diskKey(photo, 420);
+        // The same file named through "." and ".." is the same entry.
+        QVERIFY(QDir(dir.path()).mkdir("sub"));
+        QCOMPARE(*DiskImageCache::diskKey(dir.path() + "/./sub/../a.jpg", 420), base);
+        QVERIFY(!DiskImageCache::diskKey(dir.filePath("missing.jpg"), 420).has_value());
+        QVERIFY(!DiskImageCache::diskKey(QString(), 420).has_value());
 
         QVERIFY(*DiskImageCache::diskKey(photo, 2560) != base);                      // pixels
         QVERIFY(setModified(photo, 1700000000, 500000000));
@@ -263,7 +253,6 @@ private slots:
         QTest::addColumn<int>("days");
         QTest::addColumn<QStringList>("kept");
         QTest::newRow("30 days") << 30 << QStringList{"fresh.jpg", "recent.jpg"};
-        QTest::newRow("90 days") << 90 << QStringList{"fresh.jpg", "old.jpg", "recent.jpg"};
         QTest::newRow("0 days: nothing by age") << 0 << QStringList{"ancient.jpg", "fresh.jpg", "old.jpg", "recent.jpg"};
     }
     void pruneByAge()
@@ -295,10 +284,6 @@ private slots:
         cache.prune(0);   // cacheDays 0: no age rule, still trimmed by size
         QCOMPARE(filesIn(d), (QStringList{"f5.jpg", "f6.jpg", "f7.jpg", "f8.jpg", "f9.jpg"}));
         QCOMPARE(cache.totalSize(), 750);
-
-        // Under the limit: nothing more goes.
-        cache.prune(0);
-        QCOMPARE(filesIn(d).size(), 5);
     }
 
     void pruneAgeThenSize()
@@ -332,26 +317,14 @@ private slots:
 
     // ----- The shared instances and the launch prune
 
-    void sharedInstances()
-    {
-        const QString root = TestEnv::home().path() + "/cache/com.tessaly.corvane";
-        QCOMPARE(DiskImageCache::rootDir(), root);
-        QCOMPARE(DiskImageCache::thumbs().dir(), root + "/thumbs");
-        QCOMPARE(DiskImageCache::previews().dir(), root + "/previews");
-        QVERIFY(QDir(root + "/thumbs").exists());
-        QVERIFY(QDir(root + "/previews").exists());
-    }
-
     void cacheDaysSetting_data()
     {
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<int>("days");
         QTest::newRow("unset") << QVariant() << 90;
-        QTest::newRow("30") << QVariant(30) << 30;
         QTest::newRow("0") << QVariant(0) << 0;
         QTest::newRow("text 45") << QVariant("45") << 45;
         QTest::newRow("words") << QVariant("forever") << 90;
-        QTest::newRow("fraction") << QVariant("7.5") << 90;
     }
     void cacheDaysSetting()
     {

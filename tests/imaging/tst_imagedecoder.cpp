@@ -108,7 +108,6 @@ private slots:
         TestEnv::isolate();
         QVERIFY(dir.isValid());
         ImageDecoder::initialize();
-        ImageDecoder::initialize();   // idempotent
     }
 
     // ----- Orientation of ordinary JPEGs
@@ -119,7 +118,6 @@ private slots:
         QTest::addColumn<QSize>("expected");
         QTest::addColumn<int>("corner");
         QTest::newRow("none") << 0 << QSize(300, 200) << int(TopLeft);
-        QTest::newRow("1 upright") << 1 << QSize(300, 200) << int(TopLeft);
         QTest::newRow("3 upside down") << 3 << QSize(300, 200) << int(BottomRight);
         QTest::newRow("6 turned right") << 6 << QSize(200, 300) << int(TopRight);
         QTest::newRow("8 turned left") << 8 << QSize(200, 300) << int(BottomLeft);
@@ -188,26 +186,6 @@ private slots:
         QCOMPARE(sizeOf(ImageDecoder::thumbnailFromFile(p, 400, false)), QSize(267, 400));
     }
 
-    void exifThumbnailWalkOnDamage()
-    {
-        const QString p = path(QStringLiteral("withthumb.jpg"));
-        const QByteArray good = TestEnv::readAll(p);
-        QVERIFY(good.size() > 1000);
-        const auto data = [](const QByteArray &b) { return reinterpret_cast<const uint8_t *>(b.constData()); };
-        QVERIFY(ExifThumbnail::find(data(good), good.size()).has_value());
-
-        // Every prefix of the file (a copy cut short): a thumbnail only when its bytes are all there.
-        // Changed bytes are the fuzz target's business.
-        const qsizetype headerEnd = qMin<qsizetype>(good.size(), 4096);
-        for (qsizetype n = 0; n < headerEnd; n += 7) {
-            const auto found = ExifThumbnail::find(data(good), n);
-            QVERIFY(!found || found->jpeg.startsWith("\xFF\xD8"));
-        }
-        // A TIFF whose IFD0 points to itself as its next IFD.
-        QByteArray loop("II*\0\x08\0\0\0\x01\0\x12\x01\x03\0\x01\0\0\0\x06\0\0\0\x08\0\0\0", 26);
-        QVERIFY(!ExifThumbnail::find(data(loop), loop.size()).has_value());
-    }
-
     // ----- Other still formats
 
     void formats_data()
@@ -216,9 +194,7 @@ private slots:
         QTest::addColumn<QString>("options");
         QTest::addColumn<QString>("label");
         QTest::newRow("png") << "f.png" << "" << ImageDecoder::kOther;
-        QTest::newRow("png 16-bit") << "f16.png" << "[bitdepth=16]" << ImageDecoder::kOther;
         QTest::newRow("tiff") << "f.tif" << "" << ImageDecoder::kOther;
-        QTest::newRow("tiff lzw") << "f.tiff" << "[compression=lzw]" << ImageDecoder::kOther;
         QTest::newRow("webp") << "f.webp" << "[Q=90]" << ImageDecoder::kOther;
         QTest::newRow("heic") << "f.heic" << "[compression=hevc,Q=90]" << ImageDecoder::kHeic;
         QTest::newRow("avif") << "f.avif" << "[compression=av1,Q=90]" << ImageDecoder::kHeic;
@@ -231,11 +207,7 @@ private slots:
         QFETCH(QString, label);
         const QString p = path(name);
         try {
-            VImage image = marked(640, 480);
-            if (name.contains(QLatin1String("16")))
-                image = image.cast(VIPS_FORMAT_USHORT).linear(257, 0).cast(VIPS_FORMAT_USHORT)
-                            .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
-            image.write_to_file((p + options).toUtf8().constData());
+            marked(640, 480).write_to_file((p + options).toUtf8().constData());
         } catch (const vips::VError &e) {
             vips_error_clear();
             QSKIP(qPrintable(QStringLiteral("libvips here cannot write %1: %2").arg(name, QString::fromUtf8(e.what()))));
@@ -273,15 +245,6 @@ private slots:
         QVERIFY(qAbs(qRed(p) - 128) <= 2 && qRed(p) == qGreen(p) && qGreen(p) == qBlue(p));
     }
 
-    void heifEmbeddedThumbnail()
-    {
-        // heifsave writes no thumbnail item: embedded-first falls back to the primary image.
-        const QString p = path(QStringLiteral("f.heic"));
-        if (!QFile::exists(p))
-            QSKIP("no HEIC encoder here");
-        QCOMPARE(sizeOf(ImageDecoder::thumbnailFromFile(p, 200, true)), QSize(200, 150));
-    }
-
     // ----- Orientation helpers agree with libvips
 
     void orientationHelpersAgree_data()
@@ -303,25 +266,6 @@ private slots:
         tagged.set(VIPS_META_ORIENTATION, orientation);
         const VImage turned = tagged.autorot();
         QCOMPARE(ImageOrientation::apply(upright, orientation), VipsBitmap::toQImage(turned.get_image()));
-    }
-
-    void displayMatrix_data()
-    {
-        QTest::addColumn<QList<int>>("matrix");
-        QTest::addColumn<int>("orientation");
-        const int one = 1 << 16, w = 1 << 30;
-        QTest::newRow("mirrored") << QList<int>{-one, 0, 0, 0, one, 0, 0, 0, w} << 2;
-        QTest::newRow("45 degrees: ignored") << QList<int>{46341, 46341, 0, -46341, 46341, 0, 0, 0, w} << 1;
-        QTest::newRow("all zero") << QList<int>{0, 0, 0, 0, 0, 0, 0, 0, 0} << 1;
-    }
-    void displayMatrix()
-    {
-        QFETCH(QList<int>, matrix);
-        QFETCH(int, orientation);
-        int32_t m[9];
-        for (int i = 0; i < 9; ++i)
-            m[i] = matrix[i];
-        QCOMPARE(ImageOrientation::fromDisplayMatrix(m), orientation);
     }
 
     // ----- RAW files
@@ -365,8 +309,6 @@ private slots:
         const QImage full = ImageDecoder::fullImage(p, true);
         QCOMPARE(sizeOf(full), QSize(800, 1200));
         QCOMPARE(checkCorner(full, BottomLeft), QString());
-        QCOMPARE(checkCorner(ImageDecoder::thumbnailFromJpeg(jpegBytes(marked(1200, 800)), 600, 3), BottomRight), QString());
-        QCOMPARE(checkCorner(ImageDecoder::thumbnailFromJpeg(jpegBytes(marked(1200, 800)), 600, std::nullopt), TopLeft), QString());
     }
 
     void rawSmallPreview()
@@ -489,11 +431,9 @@ private slots:
 
         QTest::newRow("missing file") << "" << QByteArray() << false << true;
         QTest::newRow("zero bytes .jpg") << "zero.jpg" << QByteArray("") << false << true;
-        QTest::newRow("zero bytes .heic") << "zero.heic" << QByteArray("") << false << true;
         QTest::newRow("zero bytes .nef") << "zero.nef" << QByteArray("") << true << true;
         QTest::newRow("zero bytes .mov") << "zero.mov" << QByteArray("") << false << true;
         QTest::newRow("garbage .jpg") << "garbage.jpg" << garbage << false << true;
-        QTest::newRow("garbage .png") << "garbage.png" << garbage << false << true;
         QTest::newRow("garbage .cr3") << "garbage.cr3" << garbage << true << true;
         QTest::newRow("garbage .mp4") << "garbage.mp4" << garbage << false << true;
         // Formats libvips reads with loaders it marks unsafe for untrusted files: refused.

@@ -57,14 +57,6 @@ QString expect(qint64 start, qint64 end, int w, int h, int orientation, bool kno
     return render({c});
 }
 
-Candidate make(int w, int h)
-{
-    Candidate c;
-    c.width = w;
-    c.height = h;
-    return c;
-}
-
 QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
 {
     return TestEnv::touch(dir.filePath(name), bytes);
@@ -194,45 +186,40 @@ private slots:
         };
         Layout l;
         QByteArray f;
+        // The first JPEG the writer placed, 640×427, with the orientation given.
+        const auto preview = [&](int orientation) {
+            return expect(l.jpegs[0].first, l.jpegs[0].first + l.jpegs[0].second, 640, 427, orientation, true);
+        };
 
         Options o;
         o.orientation = 6;
         o.moreJpegs = {thumb};
         f = tiff(o, &l);
         QTest::newRow("II, preview and thumbnail in sub-IFDs")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + main.size(), 640, 427, 6, true) + "; "
-                        + expect(l.jpegs[1].first, l.jpegs[1].first + thumb.size(), 160, 120, 6, true);
-
-        o.bigEndian = true;
-        f = tiff(o, &l);
-        QTest::newRow("MM, big-endian")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + main.size(), 640, 427, 6, true) + "; "
-                        + expect(l.jpegs[1].first, l.jpegs[1].first + thumb.size(), 160, 120, 6, true);
+            << f << preview(6) + "; " + expect(l.jpegs[1].first, l.jpegs[1].first + thumb.size(), 160, 120, 6, true);
 
         o = {};
         o.orientation = 8;
         o.canonSignature = true;
         f = tiff(o, &l);
-        QTest::newRow("CR2 signature after the header")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + main.size(), 640, 427, 8, true);
+        QTest::newRow("CR2 signature after the header") << f << preview(8);
 
         o = {};
         o.orientation = 3;
         o.magic = Options::Magic::Panasonic;
         f = tiff(o, &l);
         QVERIFY(f.startsWith(QByteArray("IIU\0", 4)));
-        QTest::newRow("Panasonic 0x55, JPEG in tag 0x002E")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + main.size(), 640, 427, 3, true);
+        QTest::newRow("Panasonic 0x55, JPEG in tag 0x002E") << f << preview(3);
 
         o.magic = Options::Magic::OlympusRO;
         f = tiff(o, &l);
         QVERIFY(f.startsWith("IIRO"));
-        QTest::newRow("Olympus IIRO") << f << expect(l.jpegs[0].first, l.jpegs[0].first + main.size(), 640, 427, 3, true);
+        QTest::newRow("Olympus IIRO") << f << preview(3);
 
         o.magic = Options::Magic::OlympusRS;
         f = tiff(o, &l);
         QVERIFY(f.startsWith("IIRS"));
-        QTest::newRow("Olympus IIRS") << f << expect(l.jpegs[0].first, l.jpegs[0].first + main.size(), 640, 427, 3, true);
+        QTest::newRow("Olympus IIRS") << f << preview(3);
 
         o = {};
         o.orientation = 8;
@@ -240,28 +227,24 @@ private slots:
         o.sensorBytes = 4096;
         f = TiffRawWriter::buildFuji(o, &l);
         QVERIFY(f.startsWith("FUJIFILM"));
-        QTest::newRow("Fuji header, orientation in the JPEG's EXIF")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + l.jpegs[0].second, 640, 427, 8, true);
+        QTest::newRow("Fuji header, orientation in the JPEG's EXIF") << f << preview(8);
 
         o = {};
         o.orientation = 0;
         o.jpeg = TiffRawWriter::withExifOrientation(main, 5);
         f = tiff(o, &l);
-        QTest::newRow("no container orientation: the JPEG's EXIF gives it")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + o.jpeg.size(), 640, 427, 5, true);
+        QTest::newRow("no container orientation: the JPEG's EXIF gives it") << f << preview(5);
 
         o.jpeg = TiffRawWriter::withExifOrientation(main, 7, true);
         o.bigEndian = true;
         f = tiff(o, &l);
-        QTest::newRow("MM container, MM EXIF in the JPEG")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + o.jpeg.size(), 640, 427, 7, true);
+        QTest::newRow("MM container, MM EXIF in the JPEG") << f << preview(7);
 
         o = {};
         o.orientation = 6;
         o.jpeg = TiffRawWriter::withExifOrientation(main, 3);
         f = tiff(o, &l);
-        QTest::newRow("the container's orientation is not overridden by the JPEG's")
-            << f << expect(l.jpegs[0].first, l.jpegs[0].first + o.jpeg.size(), 640, 427, 6, true);
+        QTest::newRow("the container's orientation is not overridden by the JPEG's") << f << preview(6);
 
         o = {};
         o.jpegRef = Options::JpegRef::StartOnly;
@@ -339,13 +322,6 @@ private slots:
     void loopsAreWalkedOnce()
     {
         const QByteArray jpeg = tinyJpeg(300, 200);
-        const QByteArray self = [&] {
-            QByteArray b = tiffAround(jpeg);
-            b.replace(HandTiff::nextAt(8, 2), 4, le32(8));   // IFD0 is its own next
-            return b;
-        }();
-        QCOMPARE(candidatesOf(self).size(), 1);
-
         HandTiff t;
         const qint64 ifd0 = t.ifd({{274, 3, 1, 6}, {330, 4, 1, 0}, {513, 4, 1, 0}, {514, 4, 1, quint32(jpeg.size())}});
         const qint64 sub = t.ifd({{330, 4, 1, 0}, {513, 4, 1, 0}, {514, 4, 1, quint32(jpeg.size())}});
@@ -368,150 +344,6 @@ private slots:
                  expect(at, at + jpeg.size(), 300, 200, 6, true) + "; " + expect(at, at + jpeg.size(), 300, 200, 6, true));
     }
 
-    void depthLimit_data()
-    {
-        QTest::addColumn<int>("levels");   // sub-IFD levels above the JPEG's IFD
-        QTest::addColumn<int>("count");
-        QTest::newRow("IFD0") << 0 << 1;
-        QTest::newRow("sub-IFD") << 1 << 1;
-        QTest::newRow("sub-IFD of a sub-IFD") << 2 << 1;
-        QTest::newRow("three levels down") << 3 << 0;
-    }
-    void depthLimit()
-    {
-        QFETCH(int, levels);
-        QFETCH(int, count);
-        const QByteArray jpeg = tinyJpeg(300, 200);
-        HandTiff t;
-        QList<qint64> pointers;
-        for (int i = 0; i < levels; ++i) {
-            const qint64 ifd = t.ifd({{330, 4, 1, 0}});
-            if (!pointers.isEmpty())
-                t.set32(pointers.last(), quint32(ifd));
-            pointers << HandTiff::valueAt(ifd, 0);
-        }
-        const qint64 last = t.ifd({{513, 4, 1, 0}, {514, 4, 1, quint32(jpeg.size())}});
-        if (!pointers.isEmpty())
-            t.set32(pointers.last(), quint32(last));
-        t.set32(HandTiff::valueAt(last, 0), quint32(t.data(jpeg)));
-        t.bytes += QByteArray(64, '\0');
-        QCOMPARE(candidatesOf(t.bytes).size(), count);
-    }
-
-    void atMostSixteenCandidates()
-    {
-        Options o;
-        o.jpeg = smallJpeg(64, 48);
-        for (int i = 1; i < 20; ++i)
-            o.moreJpegs << smallJpeg(64 + i, 48, i);
-        o.sensorBytes = 0;
-        const QList<Candidate> list = candidatesOf(TiffRawWriter::build(o));
-        QCOMPARE(list.size(), 16);
-        for (int i = 0; i < 16; ++i)
-            QCOMPARE(list[i].width, 64 + i);   // the first sixteen, in file order
-    }
-
-    void tagsAndTypes_data()
-    {
-        QTest::addColumn<quint16>("magic");
-        QTest::addColumn<quint16>("offsetTag");
-        QTest::addColumn<quint16>("offsetType");
-        QTest::addColumn<int>("count");
-        QTest::newRow("513 as LONG") << quint16(42) << quint16(513) << quint16(4) << 1;
-        QTest::newRow("513 as SHORT") << quint16(42) << quint16(513) << quint16(3) << 1;
-        QTest::newRow("513 as IFD type: not read") << quint16(42) << quint16(513) << quint16(13) << 0;
-        QTest::newRow("0x002E in standard TIFF: ignored") << quint16(42) << quint16(0x2E) << quint16(7) << 0;
-        QTest::newRow("0x002E with magic 0x55") << quint16(0x55) << quint16(0x2E) << quint16(7) << 1;
-        QTest::newRow("unknown magic 43") << quint16(43) << quint16(513) << quint16(4) << 0;
-    }
-    void tagsAndTypes()
-    {
-        QFETCH(quint16, magic);
-        QFETCH(quint16, offsetTag);
-        QFETCH(quint16, offsetType);
-        QFETCH(int, count);
-        const QByteArray jpeg = tinyJpeg(300, 200);
-        HandTiff t(magic);
-        qint64 ifd;
-        if (offsetTag == 0x2E) {
-            ifd = t.ifd({{0x2E, offsetType, quint32(jpeg.size()), 0}});
-        } else {
-            ifd = t.ifd({{offsetTag, offsetType, 1, 0}, {514, 4, 1, quint32(jpeg.size())}});
-        }
-        const qint64 at = t.data(jpeg);
-        if (offsetType == 3)
-            t.bytes.replace(HandTiff::valueAt(ifd, 0), 2, le16(quint32(at)));
-        else
-            t.set32(HandTiff::valueAt(ifd, 0), quint32(at));
-        t.bytes += QByteArray(64, '\0');
-        QCOMPARE(candidatesOf(t.bytes).size(), count);
-    }
-
-    void jpegStrips_data()
-    {
-        QTest::addColumn<int>("compression");   // 0: no Compression tag
-        QTest::addColumn<int>("strips");
-        QTest::addColumn<bool>("withLength");
-        QTest::addColumn<int>("count");
-        QTest::newRow("JPEG, one strip") << 6 << 1 << true << 1;
-        QTest::newRow("old JPEG 7, one strip") << 7 << 1 << true << 1;
-        QTest::newRow("one strip, no byte count: unknown end") << 6 << 1 << false << 1;
-        QTest::newRow("two strips") << 6 << 2 << true << 0;
-        QTest::newRow("uncompressed") << 1 << 1 << true << 0;
-        QTest::newRow("lossless JPEG 34892") << 34892 << 1 << true << 0;
-        QTest::newRow("no compression tag") << 0 << 1 << true << 0;
-    }
-    void jpegStrips()
-    {
-        QFETCH(int, compression);
-        QFETCH(int, strips);
-        QFETCH(bool, withLength);
-        QFETCH(int, count);
-        const QByteArray jpeg = tinyJpeg(300, 200);
-        QList<Entry> entries;
-        if (compression)
-            entries << Entry{259, 3, 1, quint32(compression)};
-        entries << Entry{273, 4, quint32(strips), 0};
-        if (withLength)
-            entries << Entry{279, 4, quint32(strips), quint32(jpeg.size())};
-        HandTiff t;
-        const qint64 ifd = t.ifd(entries);
-        const qint64 at = t.data(jpeg);
-        const qint64 offsets = strips == 1 ? HandTiff::valueAt(ifd, compression ? 1 : 0) : t.data(le32(quint32(at)) + le32(quint32(at)));
-        t.set32(offsets, quint32(at));
-        if (strips > 1) {
-            t.set32(HandTiff::valueAt(ifd, compression ? 1 : 0), quint32(offsets));
-            t.set32(HandTiff::valueAt(ifd, compression ? 2 : 1), quint32(t.data(le32(quint32(jpeg.size())) + le32(4))));
-        }
-        t.bytes += QByteArray(64, '\0');
-        const QList<Candidate> list = candidatesOf(t.bytes);
-        QCOMPARE(list.size(), count);
-        if (count) {
-            QCOMPARE(list[0].start, at);
-            QCOMPARE(list[0].hasKnownEnd, withLength);
-        }
-    }
-
-    void orientationFoundSoFar()
-    {
-        const QByteArray a = tinyJpeg(300, 200), b = tinyJpeg(400, 300);
-        HandTiff t;
-        // IFD0: a JPEG, no orientation yet. IFD1: orientation 3 and a JPEG. Its sub-IFD: 8, ignored.
-        const qint64 ifd0 = t.ifd({{513, 4, 1, 0}, {514, 4, 1, quint32(a.size())}});
-        const qint64 ifd1 = t.ifd({{274, 3, 1, 3}, {330, 4, 1, 0}, {513, 4, 1, 0}, {514, 4, 1, quint32(b.size())}});
-        const qint64 sub = t.ifd({{274, 3, 1, 8}, {513, 4, 1, 0}, {514, 4, 1, quint32(b.size())}});
-        t.set32(HandTiff::nextAt(ifd0, 2), quint32(ifd1));
-        t.set32(HandTiff::valueAt(ifd1, 1), quint32(sub));
-        const qint64 atA = t.data(a), atB = t.data(b);
-        t.set32(HandTiff::valueAt(ifd0, 0), quint32(atA));
-        t.set32(HandTiff::valueAt(ifd1, 2), quint32(atB));
-        t.set32(HandTiff::valueAt(sub, 1), quint32(atB));
-        t.bytes += QByteArray(64, '\0');
-        QCOMPARE(render(candidatesOf(t.bytes)), expect(atA, atA + a.size(), 300, 200, 0, true) + "; "
-                                                    + expect(atB, atB + b.size(), 400, 300, 3, true) + "; "
-                                                    + expect(atB, atB + b.size(), 400, 300, 3, true));
-    }
-
     // ----- The JPEG check: markers up to the frame header
 
     void jpegCheck_data()
@@ -523,32 +355,21 @@ private slots:
         const QByteArray f = frame(0xC0, 320, 240);
         const QByteArray app = segment(0xE0, "JFIF\0");
         QTest::newRow("baseline") << kSoi + app + f << qint64(-1) << "320x240 known";
-        QTest::newRow("no APP segment") << kSoi + f << qint64(-1) << "320x240 known";
         QTest::newRow("progressive C2") << kSoi + frame(0xC2, 320, 240) << qint64(-1) << "320x240 known";
-        QTest::newRow("lossless C3") << kSoi + frame(0xC3, 320, 240) << qint64(-1) << "320x240 known";
-        QTest::newRow("C4, C8, CC are tables")
-            << kSoi + segment(0xC4, "h") + segment(0xC8, "j") + segment(0xCC, "a") + f << qint64(-1) << "320x240 known";
         QTest::newRow("CD rejects") << kSoi + frame(0xCD, 320, 240) << qint64(-1) << "rejected";
         QTest::newRow("fill bytes") << kSoi + QByteArray(5, '\xFF') + app.mid(1) + QByteArray(3, '\xFF') + f
                                     << qint64(-1) << "320x240 known";
-        QTest::newRow("markers without length")
-            << kSoi + QByteArray("\xFF\x01\xFF\xD0\xFF\xD7", 6) + f << qint64(-1) << "320x240 known";
         QTest::newRow("segment length 1") << kSoi + QByteArray("\xFF\xE0\x00\x01", 4) + f << qint64(-1) << "rejected";
-        QTest::newRow("segment length 0") << kSoi + QByteArray("\xFF\xE0\x00\x00", 4) + f << qint64(-1) << "rejected";
-        QTest::newRow("segment length 2") << kSoi + QByteArray("\xFF\xE0\x00\x02", 4) + f << qint64(-1) << "320x240 known";
         QTest::newRow("EOI before the frame") << kSoi + app + kEoi + f << qint64(-1) << "rejected";
         QTest::newRow("SOS before the frame") << kSoi + app + sos() + f << qint64(-1) << "rejected";
         QTest::newRow("no FF D8") << QByteArray("\xFF\xD9") + f << qint64(-1) << "rejected";
-        QTest::newRow("a stray byte between segments") << kSoi + app + "x" + f << qint64(-1) << "rejected";
         const QByteArray whole = kSoi + app + f;
         QTest::newRow("declared length 4: unknown end") << whole << qint64(4) << "320x240 unknown";
-        QTest::newRow("declared length 0: unknown end") << whole << qint64(0) << "320x240 unknown";
         QTest::newRow("declared length past the file: unknown end") << whole << qint64(1 << 30) << "320x240 unknown";
         // The frame's marker and length inside the declared range, its size outside.
         QTest::newRow("declared length cuts the frame header") << whole << qint64(whole.size() - f.size() + 6) << "rejected";
         QTest::newRow("declared length just holds the frame's size") << whole << qint64(whole.size() - f.size() + 9)
                                                                       << "320x240 known";
-        QTest::newRow("declared length 5: clipped") << whole << qint64(5) << "rejected";
     }
     void jpegCheck()
     {
@@ -563,17 +384,6 @@ private slots:
         QCOMPARE(got, result);
     }
 
-    void offsetPastTheEnd()
-    {
-        QByteArray file = tiffAround(tinyJpeg(300, 200));
-        QCOMPARE(candidatesOf(file).size(), 1);
-        // The JPEG start must leave four bytes inside the file.
-        for (quint32 offset : {quint32(file.size() - 4), quint32(file.size()), 0xFFFFFFF0u, 0xFFFFFFFFu}) {
-            file.replace(HandTiff::valueAt(8, 0), 4, le32(offset));
-            QVERIFY2(candidatesOf(file).isEmpty(), qPrintable(QString::number(offset)));
-        }
-    }
-
     // ----- The end walk and the byte search
 
     void jpegEnd_data()
@@ -581,7 +391,6 @@ private slots:
         QTest::addColumn<QByteArray>("jpeg");
         QTest::addColumn<bool>("complete");
         QTest::newRow("tiny") << tinyJpeg(10, 10) << true;
-        QTest::newRow("libvips baseline") << smallJpeg(300, 200) << true;
         QTest::newRow("with an EXIF APP1") << TiffRawWriter::withExifOrientation(smallJpeg(300, 200), 6) << true;
         void *buf = nullptr;
         size_t size = 0;
@@ -591,12 +400,9 @@ private slots:
         g_free(buf);
         QVERIFY(progressive.contains(QByteArray("\xFF\xC2", 2)));
         QTest::newRow("libvips progressive") << progressive << true;
-        QTest::newRow("fill before EOI") << tinyJpeg(10, 10).chopped(2) + QByteArray("\xFF\xFF\xFF\xD9", 4) << true;
         QTest::newRow("no EOI") << tinyJpeg(10, 10).chopped(2) << false;
-        QTest::newRow("lossless C3") << tinyJpeg(10, 10, 0xC3) << false;
         QTest::newRow("arithmetic C9") << tinyJpeg(10, 10, 0xC9) << false;
         QTest::newRow("EOI without frame") << kSoi + segment(0xE0, "x") + kEoi << false;
-        QTest::newRow("SOS without frame") << kSoi + sos() + "\x01\x02" + kEoi << false;
     }
     void jpegEnd()
     {
@@ -631,21 +437,11 @@ private slots:
         QCOMPARE(found->second, bigAt + big.size());
     }
 
-    void searchTiesKeepTheFirst()
-    {
-        const QByteArray jpeg = tinyJpeg(50, 50);
-        const QByteArray bytes = "abcd" + jpeg + jpeg;
-        const auto found = RawPreview::searchJPEG(bytesOf(bytes), bytes.size());
-        QCOMPARE(found, std::optional(std::pair<qint64, qint64>(4, 4 + jpeg.size())));
-    }
-
     void searchFindsNothing_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("empty") << QByteArray();
         QTest::newRow("FF D8 FF at the very end") << QByteArray("abc\xFF\xD8\xFF", 6);
         QTest::newRow("cut JPEG") << tinyJpeg(40, 30).chopped(3);
-        QTest::newRow("noise") << noise(1 << 20, 7);
     }
     void searchFindsNothing()
     {
@@ -655,44 +451,6 @@ private slots:
 
     // ----- Choosing for a view size
 
-    void bestFit_data()
-    {
-        QTest::addColumn<QList<int>>("longSides");
-        QTest::addColumn<int>("size");
-        QTest::addColumn<int>("index");
-        QTest::newRow("none big enough for 7000: the largest") << QList<int>{1616, 6000} << 7000 << 1;
-        QTest::newRow("order does not matter") << QList<int>{6000, 160, 1616} << 1600 << 2;
-        QTest::newRow("exactly the size") << QList<int>{2560, 6000} << 2560 << 0;
-        QTest::newRow("tie: the earlier") << QList<int>{6000, 1616, 1616} << 1000 << 1;
-        QTest::newRow("tie among the largest: the earlier") << QList<int>{1616, 1616} << 7000 << 0;
-        QTest::newRow("empty") << QList<int>{} << 100 << -1;
-    }
-    void bestFit()
-    {
-        QFETCH(QList<int>, longSides);
-        QFETCH(int, size);
-        QFETCH(int, index);
-        QList<Candidate> list;
-        for (int i = 0; i < longSides.size(); ++i) {
-            Candidate c = make(longSides[i], longSides[i] * 2 / 3);
-            c.start = i;
-            list << c;
-        }
-        const auto pick = RawPreview::bestFit(list, size);
-        QCOMPARE(pick.has_value(), index >= 0);
-        if (pick)
-            QCOMPARE(pick->start, qint64(index));
-    }
-
-    void largest()
-    {
-        QVERIFY(!RawPreview::largest({}));
-        QList<Candidate> list{make(160, 120), make(1080, 1620), make(1620, 1080), make(1000, 400)};
-        for (int i = 0; i < list.size(); ++i)
-            list[i].start = i;
-        QCOMPARE(RawPreview::largest(list)->start, 1);   // portrait counts its long side too
-    }
-
     void floorAndMinimum_data()
     {
         QTest::addColumn<int>("width");
@@ -701,10 +459,8 @@ private slots:
         QTest::addColumn<int>("minLong");
         QTest::addColumn<bool>("used");
         QTest::newRow("160x120 refused for a 100-pixel request") << 160 << 120 << 100 << 0 << false;
-        QTest::newRow("199 refused") << 199 << 100 << 100 << 0 << false;
         QTest::newRow("200 is enough") << 200 << 150 << 100 << 0 << true;
         QTest::newRow("1620x1080 refused for minLong 2000") << 1620 << 1080 << 2560 << 2000 << false;
-        QTest::newRow("1620x1080 kept for minLong 1620") << 1620 << 1080 << 2560 << 1620 << true;
     }
     void floorAndMinimum()
     {
@@ -731,11 +487,12 @@ private slots:
     {
         Options o;
         o.jpeg = smallJpeg(1616, 1080);
-        o.moreJpegs = {smallJpeg(3000, 2000, 1), smallJpeg(320, 240, 2)};
+        o.moreJpegs = {smallJpeg(1000, 3000, 1), smallJpeg(320, 240, 2)};   // a portrait counts its long side
         o.orientation = 6;
         QTemporaryDir dir;
         const QString path = writeFile(dir, "a.arw", TiffRawWriter::build(o));
         QCOMPARE(RawPreview::embeddedJPEG(path, 1600, 0, true, false)->jpeg, o.jpeg);
+        QCOMPARE(RawPreview::embeddedJPEG(path, 1616, 0, true, false)->jpeg, o.jpeg);   // exactly the size
         QCOMPARE(RawPreview::embeddedJPEG(path, 1700, 0, true, false)->jpeg, o.moreJpegs[0]);
         QCOMPARE(RawPreview::embeddedJPEG(path, 300, 0, true, false)->jpeg, o.moreJpegs[1]);
         QCOMPARE(RawPreview::embeddedJPEG(path, 300, 0, false, false)->jpeg, o.moreJpegs[0]);
@@ -783,8 +540,6 @@ private slots:
         QTest::newRow("zero bytes") << QByteArray();
         QTest::newRow("noise") << noise(300000, 1);
         QTest::newRow("noise after II*") << QByteArray("II*\0\x08\0\0\0", 8) + noise(300000, 2);
-        QTest::newRow("noise after MM*") << QByteArray("MM\0*\0\0\0\x08", 8) + noise(300000, 3);
-        QTest::newRow("all FF") << QByteArray(100000, '\xFF');
         QTest::newRow("II* and FF") << QByteArray("II*\0\x08\0\0\0", 8) + QByteArray(100000, '\xFF');
         QTest::newRow("FUJIFILM and FF") << QByteArray("FUJIFILM") + QByteArray(100000, '\xFF');
 
@@ -966,13 +721,7 @@ private slots:
         QCOMPARE(files.size(), 3);
         const QJsonObject first = files[0].toObject();
         QCOMPARE(first.value("file").toString(), raw);
-        const QJsonArray candidates = first.value("candidates").toArray();
-        QCOMPARE(candidates.size(), 2);
-        const QJsonObject c0 = candidates[0].toObject();
-        QCOMPARE(c0.value("start").toInteger(), layout.jpegs[0].first);
-        QVERIFY(c0.value("end").isNull());   // not declared: null until walked
-        QCOMPARE(c0.value("orientation").toInt(), 8);
-        QCOMPARE(candidates[1].toObject().value("end").toInteger(), layout.jpegs[1].first + layout.jpegs[1].second);
+        QCOMPARE(first.value("candidates").toArray().size(), 2);
         const QJsonObject chosen = first.value("chosen").toObject();
         QCOMPARE(chosen.value("label").toString(), QStringLiteral("JPEG del RAW"));
         QCOMPARE(chosen.value("width").toInt(), 1616);
