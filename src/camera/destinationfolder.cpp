@@ -193,6 +193,26 @@ DestinationFolder::Placed DestinationFolder::place(Temp &temp, const FTPPath::Pa
     return out;
 }
 
+quint64 DestinationFolder::finishingCost(const FTPPath::Parts &folder, const QString &name, quint64 size) const
+{
+    constexpr quint64 kCheckReads = 3;   // the TIFF walk's budget is three times the file
+    quint64 compared = 0;
+    if (const UniqueFd dir = openFolder(folder, false)) {
+        const QHash<QString, QString> existing = listNames(dir.get());
+        // place() takes the first free name of the row and compares with the ones before it.
+        for (int n = 1; n < 100000; ++n) {
+            const auto it = existing.constFind(numbered(name, n).toLower());
+            if (it == existing.constEnd())
+                break;
+            struct stat st;
+            if (::fstatat(dir.get(), native(*it).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)
+                && quint64(st.st_size) == size)
+                ++compared;
+        }
+    }
+    return size * (kCheckReads + 2 * compared);
+}
+
 bool DestinationFolder::isFile(const FTPPath::Parts &file) const
 {
     if (file.isEmpty())

@@ -1,5 +1,6 @@
 #include "ftpreceiver.h"
 
+#include "finishingqueue.h"
 #include "ftpsession.h"
 #include "ftpsocket.h"
 
@@ -36,6 +37,8 @@ FTPReceiver::FTPReceiver(const QString &folder, const QString &user, const QStri
     queue->setObjectName(QStringLiteral("com.tessaly.corvane.ftp-recibir"));
     _anchor = new QObject;
     _anchor->moveToThread(queue);
+    // Two, so one camera's large file does not hold the next camera's reply.
+    _finishing = std::make_unique<FinishingQueue>(2);
 }
 
 FTPReceiver::~FTPReceiver()
@@ -59,6 +62,10 @@ void FTPReceiver::stop()
     if (!queue->isRunning())
         return;
     QMetaObject::invokeMethod(_anchor, [this] { teardown(); }, Qt::BlockingQueuedConnection);
+    // Files whose data had all arrived are placed, and their results (the `file` events) are
+    // handed out on `queue` before it ends.
+    _finishing->drain();
+    QMetaObject::invokeMethod(_anchor, [] {}, Qt::BlockingQueuedConnection);
     queue->quit();
     queue->wait();
 }

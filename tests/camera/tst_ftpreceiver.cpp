@@ -1,12 +1,14 @@
 // The FTP receiver driven by real clients on a loopback port: exact replies through a raw python
 // client, uploads through curl, lftp and python's ftplib, and the files left in the folder.
 #include "ftptestserver.h"
+#include "tangledtiff.h"
 #include "testenv.h"
 
 #include <QtTest>
 
 #include <csignal>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using FTPTest::Server;
 
@@ -391,6 +393,41 @@ print(c.store('padded.jpg', a + b'\0' * 300))
         QVERIFY(s.files(true).isEmpty());
         // Repeats and the empty probes send nothing; every stored file is reported once.
         QCOMPARE(s.eventTexts(FTPEvent::Kind::file).size(), 7);
+    }
+
+    // A file that is costly to finish (a TIFF built to be costly to walk, under a name with 1000
+    // stored files of its size to compare it with) does not hold the other cameras: a second
+    // session's NOOPs are answered meanwhile.
+    void otherSessionsAnsweredWhileAFileIsFinished()
+    {
+        Server s;
+        const QByteArray crafted = TangledTiff::build(3'000'000);
+        QByteArray twin = crafted;
+        twin[twin.size() - 1] = 1;   // differs only at the end: each comparison reads it all
+        const QString first = TestEnv::touch(s.folder() + "/DSC_0001.NEF", twin);
+        for (int n = 2; n <= 1000; ++n)
+            QCOMPARE(::link(QFile::encodeName(first).constData(), QFile::encodeName(s.folder() + QStringLiteral("/DSC_0001-%1.NEF").arg(n)).constData()), 0);
+        QTemporaryDir dir;
+        const QString path = TestEnv::touch(dir.filePath("crafted.nef"), crafted);
+        const QStringList out = s.python(QStringLiteral(R"(
+import select, time
+a = Raw(); a.login()
+b = Raw(); b.login()
+r, d = a.passive()
+print(a.cmd('STOR DSC_0001.NEF'))
+d.sendall(open('%1', 'rb').read())
+d.close()
+worst, count = 0, 0
+while not select.select([a.s], [], [], 0.005)[0]:
+    start = time.monotonic()
+    assert b.cmd('NOOP') == '200 Vale'
+    worst, count = max(worst, time.monotonic() - start), count + 1
+print(a.reply())
+print('answered within 100 ms' if count and worst < 0.1 else '%d NOOPs, slowest %d ms' % (count, worst * 1000))
+)").arg(path));
+        QCOMPARE(out, lines({"150 Lista", "226 Recibida", "answered within 100 ms"}));
+        QCOMPARE(s.read("DSC_0001-1001.NEF"), crafted);
+        QVERIFY(s.files(true).isEmpty());
     }
 
     void renameAfterUpload()
