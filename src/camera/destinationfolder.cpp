@@ -222,14 +222,15 @@ bool DestinationFolder::isFile(const FTPPath::Parts &file) const
     return dir && ::fstatat(dir.get(), native(file.last()).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
 }
 
-int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &to) const
+int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &to, QString *path) const
 {
     if (from.isEmpty() || to.isEmpty())
         return EINVAL;
     const UniqueFd a = openFolder(from.mid(0, from.size() - 1), false);
     if (!a)
         return errno;
-    const UniqueFd b = openFolder(to.mid(0, to.size() - 1), true);
+    const FTPPath::Parts toFolder = to.mid(0, to.size() - 1);
+    const UniqueFd b = openFolder(toFolder, true);
     if (!b)
         return errno;
     struct stat st;
@@ -238,7 +239,17 @@ int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &
         return errno;
     if (!S_ISREG(st.st_mode))
         return EISDIR;
-    if (listNames(b.get()).contains(to.last().toLower()))
-        return EEXIST;
-    return FileIo::renameNoReplaceAt(a.get(), src, b.get(), native(to.last()));
+    const QHash<QString, QString> existing = listNames(b.get());
+    for (int n = 1; n < 100000; ++n) {
+        const QString candidate = numbered(to.last(), n);
+        if (existing.contains(candidate.toLower()))
+            continue;
+        const int e = FileIo::renameNoReplaceAt(a.get(), src, b.get(), native(candidate));
+        if (e == EEXIST)
+            continue;   // taken meanwhile
+        if (e == 0 && path)
+            *path = pathOf(toFolder + FTPPath::Parts{candidate});
+        return e;
+    }
+    return EEXIST;
 }

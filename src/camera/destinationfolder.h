@@ -55,8 +55,10 @@ public:
 
     // Whether `file` is a regular file (a symbolic link is not).
     bool isFile(const FTPPath::Parts &file) const;
-    // Renames a regular file inside the destination without replacing anything; 0 or an errno.
-    int rename(const FTPPath::Parts &from, const FTPPath::Parts &to) const;
+    // Renames a regular file inside the destination without replacing anything: to `to` when that
+    // name is free, else to the first free "stem-2.ext", "stem-3.ext"… as place() does. 0 and the
+    // new path in `path`, or an errno.
+    int rename(const FTPPath::Parts &from, const FTPPath::Parts &to, QString *path = nullptr) const;
 
 private:
     QString _root;

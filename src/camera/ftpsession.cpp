@@ -6,6 +6,7 @@
 #include "ftpsocket.h"
 #include "imagecompleteness.h"
 
+#include "model/filekinds.h"
 #include "util/fileio.h"
 #include "util/uniquefd.h"
 
@@ -395,14 +396,19 @@ void FTPSession::cmdRnto(const QByteArray &arg)
         return;
     }
     const DestinationFolder dest(folder);
-    if (dest.rename(from, *to) != 0) {
+    QString path;
+    if (dest.rename(from, *to, &path) != 0) {
         reply(553, QStringLiteral("No se pudo renombrar"));
         return;
     }
     reply(250, QStringLiteral("Renombrada"));
     // Cameras that upload under a temporary name and rename it afterwards: the shot is here now.
-    if (!isTmpName(*to))
-        server->emitEvent(FTPEvent::file(dest.pathOf(*to)));
+    // Only a file received on this connection is news; one that was in the folder is not.
+    if (receivedHere.remove(dest.pathOf(from).toLower())) {
+        receivedHere.insert(path.toLower());
+        if (FileKinds::isMedia(path))
+            server->emitEvent(FTPEvent::file(path));
+    }
 }
 
 // ----- Data channel
@@ -700,8 +706,10 @@ void FTPSession::finished(FTPReceiver *owner, FTPSession *session, const FTPPath
             session->reply(452, writeErrorText(f.placed.error));
         else
             session->reply(226, QStringLiteral("Recibida"));
-        if (stored)
+        if (stored) {
             ++session->stored;
+            session->receivedHere.insert(f.placed.path.toLower());
+        }
     }
     // A repeat is already in the folder; a .tmp is not a shot yet (a rename follows). A file
     // stored after its camera hung up is reported all the same.

@@ -11,6 +11,7 @@
 #include <QElapsedTimer>
 #include <QHostAddress>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <memory>
 #include <optional>
@@ -135,4 +136,5 @@ private:
     std::unique_ptr<DestinationFolder> _dest;   // open while a file is received
     std::optional<Upload> upload;
     bool _processing = false;
+    QSet<QString> receivedHere;   // paths (lower case) of the files stored on this connection
 };

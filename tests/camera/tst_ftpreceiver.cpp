@@ -433,6 +433,7 @@ print('answered within 100 ms' if count and worst < 0.1 else '%d NOOPs, slowest 
     void renameAfterUpload()
     {
         Server s;
+        TestEnv::touch(s.folder() + "/OLD.JPG", "already here");
         const QStringList out = s.python(R"(
 c = Raw()
 c.login()
@@ -441,20 +442,29 @@ print(c.cmd('RNFR DSC_0001.tmp'))
 print(c.cmd('RNTO DSC_0001.JPG'))
 print(c.store('DSC_0002.tmp', jpeg(b'two')))
 print(c.cmd('RNFR DSC_0002.tmp'))
-print(c.cmd('RNTO dsc_0001.jpg'))
-print(c.cmd('RNFR DSC_0002.tmp'))
 print(c.cmd('NOOP'))
 print(c.cmd('RNTO DSC_0002.JPG'))
 print(c.cmd('RNFR DSC_0002.tmp'))
+print(c.cmd('RNTO dsc_0001.jpg'))
+print(c.cmd('RNFR OLD.JPG'))
+print(c.cmd('RNTO NEW.JPG'))
+print(c.store('notes.tmp', b'text'))
+print(c.cmd('RNFR notes.tmp'))
+print(c.cmd('RNTO notes.txt'))
+print(c.cmd('RNFR notes.txt'))
 print(c.cmd('RNTO ../x.jpg'))
 )");
         QCOMPARE(out, lines({"['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "250 Renombrada",
-                             "['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "553 No se pudo renombrar",
-                             "350 ¿Nombre nuevo?", "200 Vale", "503 Falta RNFR", "350 ¿Nombre nuevo?",
-                             "553 Nombre no válido"}));
-        QCOMPARE(s.files(), QStringList({"DSC_0001.JPG", "DSC_0002.tmp"}));
-        // The shot counts once it has its real name.
-        QCOMPARE(s.eventTexts(FTPEvent::Kind::file), QStringList{s.folder() + "/DSC_0001.JPG"});
+                             "['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "200 Vale", "503 Falta RNFR",
+                             "350 ¿Nombre nuevo?", "250 Renombrada", "350 ¿Nombre nuevo?", "250 Renombrada",
+                             "['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "250 Renombrada",
+                             "350 ¿Nombre nuevo?", "553 Nombre no válido"}));
+        // A rename onto a taken name gets the next free one, as an upload does; nothing is replaced.
+        QCOMPARE(s.files(), QStringList({"DSC_0001.JPG", "NEW.JPG", "dsc_0001-2.jpg", "notes.txt"}));
+        QVERIFY(s.read("dsc_0001-2.jpg").contains("two"));
+        // A shot counts once it has its image name, and only one received here: the file that was
+        // in the folder and the text file are not news.
+        QCOMPARE(s.eventTexts(FTPEvent::Kind::file), QStringList({s.folder() + "/DSC_0001.JPG", s.folder() + "/dsc_0001-2.jpg"}));
     }
 
     void dataWatchdogs()
