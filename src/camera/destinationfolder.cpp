@@ -1,6 +1,7 @@
 #include "destinationfolder.h"
 
 #include "util/fileio.h"
+#include "util/partfiles.h"
 #include "util/uniquefd.h"
 
 #include <QFile>
@@ -140,6 +141,8 @@ DestinationFolder::Temp DestinationFolder::createTemp() const
     }
     t.name = ".corvane-" + QUuid::createUuid().toString(QUuid::WithoutBraces).toLatin1() + ".part";
     t.fd.reset(::openat(_fd.get(), t.name.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (t.fd)
+        PartFiles::hold(t.fd.get());   // so a receiver starting on this folder leaves it alone
     return t;
 }
 

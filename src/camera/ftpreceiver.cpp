@@ -4,6 +4,8 @@
 #include "ftpsession.h"
 #include "ftpsocket.h"
 
+#include "util/partfiles.h"
+
 #include <QElapsedTimer>
 #include <QNetworkInterface>
 #include <QObject>
@@ -81,6 +83,9 @@ QString FTPReceiver::failureText(int posixError, quint16 port, const QString &de
 
 void FTPReceiver::listen()
 {
+    // Uploads cut short by a receiver that was killed (another one, in this or another process,
+    // holds its own files locked).
+    PartFiles::removeStale(_folder);
     listener = new QTcpServer(_anchor);
     listener->setListenBacklogSize(256);
     QObject::connect(listener, &QTcpServer::newConnection, _anchor, [this] {
