@@ -649,10 +649,12 @@ void FTPSession::finishUpload()
     if (u.total == 0) {
         _dest->discard(u.temp);
         _dest.reset();
-        if (isTmpName(u.file))
+        if (isTmpName(u.file)) {
             reply(226, QStringLiteral("Recibida"));   // cameras probe the folder with an empty .tmp
-        else
+        } else {
             reply(451, QStringLiteral("Archivo vacío"));
+            server->emitEvent(FTPEvent::refused(u.file.last(), QStringLiteral("Archivo vacío")));
+        }
         process();
         return;
     }
@@ -698,12 +700,14 @@ FTPSession::Finished FTPSession::finishFile(const DestinationFolder &dest, Desti
 void FTPSession::finished(FTPReceiver *owner, FTPSession *session, const FTPPath::Parts &file, const Finished &f)
 {
     const bool stored = !f.truncated && !f.placed.error && !f.placed.repeat;
+    const QString refusal = f.truncated ? QStringLiteral("Imagen incompleta")
+                            : f.placed.error ? writeErrorText(f.placed.error) : QString();
     if (session && !session->closed) {
         session->busy = false;
         if (f.truncated)
-            session->reply(451, QStringLiteral("Imagen incompleta"));
+            session->reply(451, refusal);
         else if (f.placed.error)
-            session->reply(452, writeErrorText(f.placed.error));
+            session->reply(452, refusal);
         else
             session->reply(226, QStringLiteral("Recibida"));
         if (stored) {
@@ -715,12 +719,16 @@ void FTPSession::finished(FTPReceiver *owner, FTPSession *session, const FTPPath
     // stored after its camera hung up is reported all the same.
     if (stored && !isTmpName(file))
         owner->emitEvent(FTPEvent::file(f.placed.path));
+    if (!refusal.isEmpty())
+        owner->emitEvent(FTPEvent::refused(file.last(), refusal));
     if (session && !session->closed)
         session->process();
 }
 
 void FTPSession::failUpload(int code, const QString &text)
 {
+    if (upload)
+        server->emitEvent(FTPEvent::refused(upload->file.last(), text));
     endTransfer();
     reply(code, text);
     process();
