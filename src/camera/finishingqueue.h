@@ -3,7 +3,8 @@
 // check, the comparison with a stored file of the same name), so a large or crafted upload never
 // holds the receiver's own thread, where every other camera is answered. Jobs run in the order
 // posted, on whichever worker is free; each job hands its result back to the receiver's thread
-// itself. post() and drain() from any thread; the destructor drains and joins.
+// itself. The workers run at a lower priority than the receiver's thread. post() and drain()
+// from any thread; the destructor drains and joins.
 #include <condition_variable>
 #include <deque>
 #include <functional>
