@@ -113,6 +113,10 @@ CameraWindow::CameraWindow(CameraHub &hub, AppState &state, QWidget *parent)
     _lastName = selectable(this, QStringLiteral("lastName"));
     arrivals->addRow(QStringLiteral("Última:"), _lastName);
     layout->addLayout(arrivals);
+    // Uploads that were not kept: the camera thinks they were sent.
+    _refused = selectable(this, QStringLiteral("refused"));
+    _refused->setWordWrap(true);
+    layout->addWidget(_refused);
     _openInBrowser = new QPushButton(QStringLiteral("Ver la carpeta de destino en Corvane"), this);
     _openInBrowser->setObjectName(QStringLiteral("openInBrowser"));
     layout->addWidget(_openInBrowser, 0, Qt::AlignLeft);
@@ -171,6 +175,8 @@ void CameraWindow::refresh()
     _useOpenFolder->setEnabled(!_state.folder().isEmpty() && _state.folder() != _hub.destination());
     _received->setText(QString::number(_hub.received()));
     _lastName->setText(_hub.lastName().isEmpty() ? QStringLiteral("—") : _hub.lastName());
+    _refused->setVisible(_hub.refused() > 0);
+    _refused->setText(QStringLiteral("Rechazadas: %1 · %2").arg(_hub.refused()).arg(_hub.lastRefusal()));
     _openInBrowser->setEnabled(!_hub.destination().isEmpty() && _hub.destination() != _state.folder());
 }
 

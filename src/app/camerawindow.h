@@ -24,6 +24,7 @@ public:
     QLabel *statusLabel() const { return _status; }
     QLabel *receivedLabel() const { return _received; }
     QLabel *lastNameLabel() const { return _lastName; }
+    QLabel *refusedLabel() const { return _refused; }
     QLabel *passwordLabel() const { return _password; }
     QLabel *addressesLabel() const { return _addresses; }
     QLabel *destinationLabel() const { return _destination; }
@@ -54,5 +55,6 @@ private:
     QPushButton *_useOpenFolder;
     QLabel *_received;
     QLabel *_lastName;
+    QLabel *_refused;
     QPushButton *_openInBrowser;
 };

@@ -151,6 +151,9 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     updateUndoActions();
     updateCentre();
     updateTitle();
+    // Reception that was on when Corvane last ended goes on again, into the same folder.
+    if (Settings::camWifiOn.get())
+        _session.cameraHub().restoreReception();
 }
 
 MainWindow::~MainWindow() = default;
@@ -803,6 +806,17 @@ void MainWindow::closeEvent(QCloseEvent *event)
     if (_import && _import->isVisible() && !_import->close()) {
         event->ignore();
         return;
+    }
+    // Nor is reception: a camera still sending would find nobody there.
+    if (_session.hasCameraHub() && _session.cameraHub().wifiOn()) {
+        const auto answer = QMessageBox::question(
+            this, QStringLiteral("Cámara"),
+            QStringLiteral("Corvane está recibiendo imágenes de la cámara por wifi. Si sales, dejará de recibirlas. ¿Quieres salir?"),
+            QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+        if (answer != QMessageBox::Yes) {
+            event->ignore();
+            return;
+        }
     }
     Settings::uiGeometry.set(saveGeometry());
     Settings::uiSplitter.set(_splitter->saveState());

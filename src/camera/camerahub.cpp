@@ -20,6 +20,9 @@ CameraHub::CameraHub(const QString &destination, QObject *parent)
     _password = loaded.password;
     _passwordRenewed = loaded.renewed;
     _autoServer = Settings::camAutoServer.get();
+    // The folder chosen before wins over the open one.
+    if (const QString chosen = Settings::camDestination.get(); !chosen.isEmpty())
+        _destination = chosen;
     _wifiStatus = QStringLiteral("Wifi apagado.");
 }
 
@@ -40,6 +43,7 @@ void CameraHub::setWifiOn(bool on)
     if (!on) {
         stopReceiver();
         _wifiOn = false;
+        Settings::camWifiOn.set(false);
         setWifiStatus(QStringLiteral("Wifi apagado."));
         return;
     }
@@ -52,7 +56,14 @@ void CameraHub::setWifiOn(bool on)
         return;
     }
     _wifiOn = true;
+    Settings::camWifiOn.set(true);
     startReceiver();
+}
+
+void CameraHub::restoreReception()
+{
+    if (Settings::camWifiOn.get())
+        setWifiOn(true);
 }
 
 void CameraHub::setPort(int port, bool remember)
@@ -71,6 +82,7 @@ void CameraHub::setDestination(const QString &folder)
     if (clean == _destination)
         return;
     _destination = clean;
+    Settings::camDestination.set(clean);
     restartIfOn();
 }
 
@@ -133,6 +145,11 @@ void CameraHub::handle(quint64 generation, const FTPEvent &event)
         break;
     case FTPEvent::Kind::warning:
         setWifiStatus(event.text);
+        break;
+    case FTPEvent::Kind::refused:
+        ++_refused;
+        _lastRefusal = event.text;
+        emit changed();
         break;
     case FTPEvent::Kind::file: {
         ++_received;

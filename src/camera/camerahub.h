@@ -33,11 +33,17 @@ public:
     int received() const { return _received; }
     QString lastName() const { return _lastName; }
     QString autoServer() const { return _autoServer; }
+    // Uploads that were not kept (cut short, empty, no room…) and the last one, "NAME: reason".
+    int refused() const { return _refused; }
+    QString lastRefusal() const { return _lastRefusal; }
     // The port the receiver listens on once it is ready (the system's choice for port 0).
     quint16 listeningPort() const;
 
-    // Turns wifi reception on or off; on needs a destination folder.
+    // Turns wifi reception on or off; on needs a destination folder. The switch is remembered
+    // ("cam.wifiOn"), and so is the destination ("cam.destination"), for the next start.
     void setWifiOn(bool on);
+    // Turns wifi on when it was on when Corvane last ended (called once at start).
+    void restoreReception();
     // Stored under "cam.ftpPort" unless `remember` is false (a port for this run only); a
     // running receiver moves to the new port.
     void setPort(int port, bool remember = true);
@@ -79,6 +85,8 @@ private:
     QString _lastName;
     QString _autoServer;
     std::unique_ptr<FTPReceiver> _receiver;
+    int _refused = 0;
+    QString _lastRefusal;
 
     FTPLimits _limits;
     QHostAddress _address = QHostAddress::Any;

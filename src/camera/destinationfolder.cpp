@@ -1,6 +1,7 @@
 #include "destinationfolder.h"
 
 #include "util/fileio.h"
+#include "util/partfiles.h"
 #include "util/uniquefd.h"
 
 #include <QFile>
@@ -140,6 +141,8 @@ DestinationFolder::Temp DestinationFolder::createTemp() const
     }
     t.name = ".corvane-" + QUuid::createUuid().toString(QUuid::WithoutBraces).toLatin1() + ".part";
     t.fd.reset(::openat(_fd.get(), t.name.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (t.fd)
+        PartFiles::hold(t.fd.get());   // so a receiver starting on this folder leaves it alone
     return t;
 }
 
@@ -193,6 +196,26 @@ DestinationFolder::Placed DestinationFolder::place(Temp &temp, const FTPPath::Pa
     return out;
 }
 
+quint64 DestinationFolder::finishingCost(const FTPPath::Parts &folder, const QString &name, quint64 size) const
+{
+    constexpr quint64 kCheckReads = 3;   // the TIFF walk's budget is three times the file
+    quint64 compared = 0;
+    if (const UniqueFd dir = openFolder(folder, false)) {
+        const QHash<QString, QString> existing = listNames(dir.get());
+        // place() takes the first free name of the row and compares with the ones before it.
+        for (int n = 1; n < 100000; ++n) {
+            const auto it = existing.constFind(numbered(name, n).toLower());
+            if (it == existing.constEnd())
+                break;
+            struct stat st;
+            if (::fstatat(dir.get(), native(*it).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)
+                && quint64(st.st_size) == size)
+                ++compared;
+        }
+    }
+    return size * (kCheckReads + 2 * compared);
+}
+
 bool DestinationFolder::isFile(const FTPPath::Parts &file) const
 {
     if (file.isEmpty())
@@ -202,14 +225,15 @@ bool DestinationFolder::isFile(const FTPPath::Parts &file) const
     return dir && ::fstatat(dir.get(), native(file.last()).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
 }
 
-int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &to) const
+int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &to, QString *path) const
 {
     if (from.isEmpty() || to.isEmpty())
         return EINVAL;
     const UniqueFd a = openFolder(from.mid(0, from.size() - 1), false);
     if (!a)
         return errno;
-    const UniqueFd b = openFolder(to.mid(0, to.size() - 1), true);
+    const FTPPath::Parts toFolder = to.mid(0, to.size() - 1);
+    const UniqueFd b = openFolder(toFolder, true);
     if (!b)
         return errno;
     struct stat st;
@@ -218,7 +242,17 @@ int DestinationFolder::rename(const FTPPath::Parts &from, const FTPPath::Parts &
         return errno;
     if (!S_ISREG(st.st_mode))
         return EISDIR;
-    if (listNames(b.get()).contains(to.last().toLower()))
-        return EEXIST;
-    return FileIo::renameNoReplaceAt(a.get(), src, b.get(), native(to.last()));
+    const QHash<QString, QString> existing = listNames(b.get());
+    for (int n = 1; n < 100000; ++n) {
+        const QString candidate = numbered(to.last(), n);
+        if (existing.contains(candidate.toLower()))
+            continue;
+        const int e = FileIo::renameNoReplaceAt(a.get(), src, b.get(), native(candidate));
+        if (e == EEXIST)
+            continue;   // taken meanwhile
+        if (e == 0 && path)
+            *path = pathOf(toFolder + FTPPath::Parts{candidate});
+        return e;
+    }
+    return EEXIST;
 }

@@ -48,10 +48,17 @@ public:
     // "stem-3.ext"… The temporary file is gone afterwards whatever happens.
     Placed place(Temp &temp, const FTPPath::Parts &folder, const QString &name) const;
 
+    // At most how many bytes checking and placing a finished file of `size` bytes as `name` in
+    // `folder` reads: the completeness check's share, and two reads of it for every stored file
+    // of the same size that place() would compare it with.
+    quint64 finishingCost(const FTPPath::Parts &folder, const QString &name, quint64 size) const;
+
     // Whether `file` is a regular file (a symbolic link is not).
     bool isFile(const FTPPath::Parts &file) const;
-    // Renames a regular file inside the destination without replacing anything; 0 or an errno.
-    int rename(const FTPPath::Parts &from, const FTPPath::Parts &to) const;
+    // Renames a regular file inside the destination without replacing anything: to `to` when that
+    // name is free, else to the first free "stem-2.ext", "stem-3.ext"… as place() does. 0 and the
+    // new path in `path`, or an errno.
+    int rename(const FTPPath::Parts &from, const FTPPath::Parts &to, QString *path = nullptr) const;
 
 private:
     QString _root;

@@ -1,7 +1,10 @@
 #include "ftpreceiver.h"
 
+#include "finishingqueue.h"
 #include "ftpsession.h"
 #include "ftpsocket.h"
+
+#include "util/partfiles.h"
 
 #include <QElapsedTimer>
 #include <QNetworkInterface>
@@ -36,6 +39,8 @@ FTPReceiver::FTPReceiver(const QString &folder, const QString &user, const QStri
     queue->setObjectName(QStringLiteral("com.tessaly.corvane.ftp-recibir"));
     _anchor = new QObject;
     _anchor->moveToThread(queue);
+    // Two, so one camera's large file does not hold the next camera's reply.
+    _finishing = std::make_unique<FinishingQueue>(2);
 }
 
 FTPReceiver::~FTPReceiver()
@@ -59,6 +64,10 @@ void FTPReceiver::stop()
     if (!queue->isRunning())
         return;
     QMetaObject::invokeMethod(_anchor, [this] { teardown(); }, Qt::BlockingQueuedConnection);
+    // Files whose data had all arrived are placed, and their results (the `file` events) are
+    // handed out on `queue` before it ends.
+    _finishing->drain();
+    QMetaObject::invokeMethod(_anchor, [] {}, Qt::BlockingQueuedConnection);
     queue->quit();
     queue->wait();
 }
@@ -74,6 +83,9 @@ QString FTPReceiver::failureText(int posixError, quint16 port, const QString &de
 
 void FTPReceiver::listen()
 {
+    // Uploads cut short by a receiver that was killed (another one, in this or another process,
+    // holds its own files locked).
+    PartFiles::removeStale(_folder);
     listener = new QTcpServer(_anchor);
     listener->setListenBacklogSize(256);
     QObject::connect(listener, &QTcpServer::newConnection, _anchor, [this] {

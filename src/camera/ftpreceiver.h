@@ -5,8 +5,11 @@
 //
 // Threads: everything the server does (listener, sessions, timers, file writes, the lock-out
 // book) runs on `queue`, its one thread, labelled "com.tessaly.corvane.ftp-recibir", so no locks
-// are needed. start() and stop() are called from the owner's thread; `onEvent` is called on
-// `queue` and must hand its events on (the camera hub queues them to the GUI thread).
+// are needed. The one exception is what reads a whole received file (its completeness check and
+// the comparison with a same-named stored file): it runs on `finishing`, on a file no other code
+// touches meanwhile, and hands its result back to `queue`. start() and stop() are called from the
+// owner's thread; `onEvent` is called on `queue` and must hand its events on (the camera hub
+// queues them to the GUI thread).
 #include "ftpevent.h"
 #include "ftplimits.h"
 
@@ -19,8 +22,10 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <vector>
 
+class FinishingQueue;
 class FTPSession;
 class QObject;
 class QTcpServer;
@@ -45,8 +50,8 @@ public:
 
     // Opens the listener on `queue`; `ready` or `failed` follows through onEvent. Once only.
     void start();
-    // Closes the listener and every session (unfinished temporary files are removed) and ends the
-    // thread. Returns when all of it is done. Called from the owner's thread, never from onEvent.
+    // Closes the listener and every session (unfinished temporary files are removed), lets the
+    // files being finished be placed, and ends the thread. Returns when all of it is done. Called from the owner's thread, never from onEvent.
     void stop();
 
     // The listening port once `ready` was sent (the one the system chose for port 0).
@@ -72,6 +77,7 @@ private:
     QObject *anchor() const { return _anchor; }
     const FTPLimits &limits() const { return _limits; }
     std::vector<char> &chunkBuffer() { return _chunk; }
+    FinishingQueue &finishing() { return *_finishing; }
 
     QThread *queue = nullptr;
     QString _folder;
@@ -85,6 +91,7 @@ private:
     FTPLimits _limits;
     quint16 _port;
     QHostAddress _address;
+    std::unique_ptr<FinishingQueue> _finishing;
     QObject *_anchor = nullptr;   // lives on `queue`: the context of its work and parent of its objects
     std::atomic<quint16> _boundPort{0};
     std::vector<char> _chunk;     // one upload buffer serves every session: they take turns on `queue`

@@ -1,20 +1,24 @@
 #include "ftpsession.h"
 
+#include "finishingqueue.h"
 #include "ftpdatachannel.h"
 #include "ftpreceiver.h"
 #include "ftpsocket.h"
 #include "imagecompleteness.h"
 
+#include "model/filekinds.h"
 #include "util/fileio.h"
 #include "util/uniquefd.h"
 
 #include <QHash>
+#include <QPointer>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 
 #include <cerrno>
 #include <fcntl.h>
+#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -22,6 +26,9 @@ namespace {
 constexpr qint64 kChunk = 1048576;              // the most read from the data connection at once
 constexpr int kChunksPerTurn = 8;               // then other sessions get their turn
 constexpr quint64 kWriteBehind = 8 * 1048576;   // start writing to disk every 8 MiB
+// Bytes that finishing a file may read on the receiver's thread (a few milliseconds' worth);
+// beyond, it runs on the finishing queue.
+constexpr quint64 kFinishHere = 32 * 1048576;
 
 // A listener that hands over the plain socket of each connection.
 class PassiveListener : public QTcpServer
@@ -389,14 +396,19 @@ void FTPSession::cmdRnto(const QByteArray &arg)
         return;
     }
     const DestinationFolder dest(folder);
-    if (dest.rename(from, *to) != 0) {
+    QString path;
+    if (dest.rename(from, *to, &path) != 0) {
         reply(553, QStringLiteral("No se pudo renombrar"));
         return;
     }
     reply(250, QStringLiteral("Renombrada"));
     // Cameras that upload under a temporary name and rename it afterwards: the shot is here now.
-    if (!isTmpName(*to))
-        server->emitEvent(FTPEvent::file(dest.pathOf(*to)));
+    // Only a file received on this connection is news; one that was in the folder is not.
+    if (receivedHere.remove(dest.pathOf(from).toLower())) {
+        receivedHere.insert(path.toLower());
+        if (FileKinds::isMedia(path))
+            server->emitEvent(FTPEvent::file(path));
+    }
 }
 
 // ----- Data channel
@@ -636,37 +648,87 @@ void FTPSession::finishUpload()
     dataWatch->stop();
     if (u.total == 0) {
         _dest->discard(u.temp);
-        if (isTmpName(u.file))
+        _dest.reset();
+        if (isTmpName(u.file)) {
             reply(226, QStringLiteral("Recibida"));   // cameras probe the folder with an empty .tmp
-        else
-            reply(451, QStringLiteral("Archivo vacío"));
-    } else if (ImageCompleteness::check(u.temp.fd.get()) == ImageCompleteness::Verdict::truncated) {
-        _dest->discard(u.temp);
-        reply(451, QStringLiteral("Imagen incompleta"));
-    } else {
-        // Not forced to the disk before the reply (no fsync): waiting for the disk here would stall
-        // every other camera on this one thread, and the camera's card keeps the original. The
-        // write-behind above has most of it on its way already.
-        const FTPPath::Parts where = u.file.mid(0, u.file.size() - 1);
-        const DestinationFolder::Placed placed = _dest->place(u.temp, where, u.file.last());
-        if (placed.error) {
-            reply(452, writeErrorText(placed.error));
         } else {
-            reply(226, QStringLiteral("Recibida"));
-            // A repeat is already in the folder; a .tmp is not a shot yet (a rename follows).
-            if (!placed.repeat) {
-                ++stored;
-                if (!isTmpName(u.file))
-                    server->emitEvent(FTPEvent::file(placed.path));
-            }
+            reply(451, QStringLiteral("Archivo vacío"));
+            server->emitEvent(FTPEvent::refused(u.file.last(), QStringLiteral("Archivo vacío")));
+        }
+        process();
+        return;
+    }
+    // The check and the comparison with same-named files read up to the whole file, once per
+    // file compared. A small cost is paid here and answered in this same turn; a large one (a big
+    // file, or many stored files of one name and size) runs off this thread, so other cameras are
+    // answered meanwhile, and this session's commands wait for its reply. (Every file through the
+    // other thread cost some FTP clients a second per upload: they miss a reply that comes too soon.)
+    const FTPPath::Parts file = u.file;
+    const FTPPath::Parts where = file.mid(0, file.size() - 1);
+    if (_dest->finishingCost(where, file.last(), u.total) <= kFinishHere) {
+        const Finished f = finishFile(*_dest, u.temp, file);
+        _dest.reset();
+        finished(server, this, file, f);
+        return;
+    }
+    busy = true;
+    const std::shared_ptr<DestinationFolder> dest(std::move(_dest));
+    const auto temp = std::make_shared<DestinationFolder::Temp>(std::move(u.temp));
+    FTPReceiver *owner = server;
+    const auto self = std::make_shared<const QPointer<FTPSession>>(this);   // read on `queue` only
+    server->finishing().post([dest, temp, file, owner, self] {
+        const Finished f = finishFile(*dest, *temp, file);
+        QMetaObject::invokeMethod(owner->anchor(), [owner, self, file, f] { finished(owner, *self, file, f); },
+                                  Qt::QueuedConnection);
+    });
+}
+
+FTPSession::Finished FTPSession::finishFile(const DestinationFolder &dest, DestinationFolder::Temp &temp, const FTPPath::Parts &file)
+{
+    Finished f;
+    if (ImageCompleteness::check(temp.fd.get()) == ImageCompleteness::Verdict::truncated) {
+        f.truncated = true;
+        dest.discard(temp);
+    } else {
+        // Not forced to the disk before the reply (no fsync): waiting for the disk would hold the
+        // camera, whose card keeps the original; the write-behind has most of it on its way.
+        f.placed = dest.place(temp, file.mid(0, file.size() - 1), file.last());
+    }
+    return f;
+}
+
+void FTPSession::finished(FTPReceiver *owner, FTPSession *session, const FTPPath::Parts &file, const Finished &f)
+{
+    const bool stored = !f.truncated && !f.placed.error && !f.placed.repeat;
+    const QString refusal = f.truncated ? QStringLiteral("Imagen incompleta")
+                            : f.placed.error ? writeErrorText(f.placed.error) : QString();
+    if (session && !session->closed) {
+        session->busy = false;
+        if (f.truncated)
+            session->reply(451, refusal);
+        else if (f.placed.error)
+            session->reply(452, refusal);
+        else
+            session->reply(226, QStringLiteral("Recibida"));
+        if (stored) {
+            ++session->stored;
+            session->receivedHere.insert(f.placed.path.toLower());
         }
     }
-    _dest.reset();
-    process();
+    // A repeat is already in the folder; a .tmp is not a shot yet (a rename follows). A file
+    // stored after its camera hung up is reported all the same.
+    if (stored && !isTmpName(file))
+        owner->emitEvent(FTPEvent::file(f.placed.path));
+    if (!refusal.isEmpty())
+        owner->emitEvent(FTPEvent::refused(file.last(), refusal));
+    if (session && !session->closed)
+        session->process();
 }
 
 void FTPSession::failUpload(int code, const QString &text)
 {
+    if (upload)
+        server->emitEvent(FTPEvent::refused(upload->file.last(), text));
     endTransfer();
     reply(code, text);
     process();

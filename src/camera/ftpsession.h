@@ -2,7 +2,8 @@
 // One camera's control connection and its data connections. Commands are read one line at a
 // time and each runs to its end before the next is looked at (a running transfer holds them,
 // except ABOR). Lives on the receiver's thread; its timers are its children, so a session that
-// is gone leaves no work behind, and each checks `closed` first.
+// is gone leaves no work behind, and each checks `closed` first. A finished upload is checked and
+// placed on the receiver's finishing queue, which owns the file until it is placed or removed.
 #include "destinationfolder.h"
 #include "ftpcommandreader.h"
 #include "ftppath.h"
@@ -10,6 +11,7 @@
 #include <QElapsedTimer>
 #include <QHostAddress>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <memory>
 #include <optional>
@@ -94,6 +96,14 @@ private:
     void beginTransfer();
     void onDataReadable();
     void finishUpload();
+    // What finishing a received file (off the receiver's thread) came to.
+    struct Finished {
+        bool truncated = false;
+        DestinationFolder::Placed placed;
+    };
+    static Finished finishFile(const DestinationFolder &dest, DestinationFolder::Temp &temp, const FTPPath::Parts &file);
+    // Back on the receiver's thread; `session` is null when it was closed meanwhile.
+    static void finished(FTPReceiver *owner, FTPSession *session, const FTPPath::Parts &file, const Finished &f);
     void failUpload(int code, const QString &text);
     void onDataWatch();
     void dropDataChannel();
@@ -126,4 +136,5 @@ private:
     std::unique_ptr<DestinationFolder> _dest;   // open while a file is received
     std::optional<Upload> upload;
     bool _processing = false;
+    QSet<QString> receivedHere;   // paths (lower case) of the files stored on this connection
 };

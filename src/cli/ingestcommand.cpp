@@ -78,6 +78,7 @@ QString outcomeName(IngestOutcome o)
     case IngestOutcome::errors: return QStringLiteral("errors");
     case IngestOutcome::cancelled: return QStringLiteral("cancelled");
     case IngestOutcome::nothingToDo: return QStringLiteral("nothingToDo");
+    case IngestOutcome::planned: return QStringLiteral("dryRun");
     }
     return {};
 }

@@ -14,8 +14,8 @@ struct DestResult {
     bool verifiedDone = false;    // verification ran on this destination
     QStringList errors;           // one line each: "DSC_0001.NEF: no se puede crear el archivo"
 
-    // "Correcta y verificada" when every copy was verified and nothing failed; "Correcta" without
-    // errors and unverified; "Con errores" otherwise.
+    // "Correcta y verificada" when copies were made and every one was verified, nothing failed;
+    // "Correcta" without errors otherwise; "Con errores" with them.
     QString statusText() const;
     bool hasErrors() const { return failed > 0 || verifyBad > 0 || !errors.isEmpty(); }
 };

@@ -9,6 +9,7 @@
 #include "util/atomicfile.h"
 #include "util/canceltoken.h"
 #include "util/fileio.h"
+#include "util/partfiles.h"
 #include "util/uniquefd.h"
 
 #include <QDir>
@@ -43,26 +44,6 @@ QString folderOf(const QString &path)
 {
     const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
     return slash <= 0 ? QStringLiteral("/") : path.left(slash);
-}
-
-bool isPartName(const QString &name)
-{
-    return name.startsWith(QLatin1String(".corvane-")) && name.endsWith(QLatin1String(".part"));
-}
-
-// Removes the hidden part files a killed run left in `folder`. A part file that another running
-// import holds (it keeps an exclusive lock on each) is left alone.
-void removeStaleParts(const QString &folder)
-{
-    const QStringList names = QDir(folder).entryList({QStringLiteral(".corvane-*.part")}, QDir::Files | QDir::Hidden);
-    for (const QString &name : names) {
-        if (!isPartName(name))
-            continue;
-        const QByteArray path = QFile::encodeName(folder + QLatin1Char('/') + name);
-        const UniqueFd fd(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-        if (fd && ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0)
-            ::unlink(path.constData());
-    }
 }
 
 // The folder the result opens in: the deepest folder holding every copy on the working disk.
@@ -159,7 +140,7 @@ private:
         }
         // Held until the part is renamed or removed, so a second import cleaning stale parts
         // leaves this one alone.
-        ::flock(t.fd.get(), LOCK_EX | LOCK_NB);
+        PartFiles::hold(t.fd.get());
         // Reserve the space up front: a full disk says so now rather than after most of the
         // file. KEEP_SIZE leaves the size to the bytes written, which the size check relies on.
         if (f.size > 0 && ::fallocate(t.fd.get(), FALLOC_FL_KEEP_SIZE, 0, f.size) != 0 && (errno == ENOSPC || errno == EDQUOT)) {
@@ -385,7 +366,7 @@ QList<CopyRecord> verifyRecords(IngestReport &r, CancelToken *cancel, IngestProg
     return bad;
 }
 
-IngestSummary summarize(const IngestReport &r)
+IngestSummary summarize(const IngestReport &r, bool dryRun = false)
 {
     const int destCount = int(r.dests.size());
     if (r.cancelled)
@@ -394,7 +375,13 @@ IngestSummary summarize(const IngestReport &r)
         return IngestSummary::make(IngestOutcome::errors, destCount);
     if (r.plan.files.isEmpty())
         return IngestSummary::make(IngestOutcome::nothingToDo, destCount);
-    return IngestSummary::make(r.verified ? IngestOutcome::verified : IngestOutcome::copied, destCount);
+    if (dryRun)
+        return IngestSummary::make(IngestOutcome::planned, destCount);
+    // Verified only when every copy made on every disk was read back and found equal.
+    bool allVerified = r.verified;
+    for (const DestResult &d : r.dests)
+        allVerified = allVerified && d.verifiedOK >= d.copied;
+    return IngestSummary::make(allVerified ? IngestOutcome::verified : IngestOutcome::copied, destCount);
 }
 
 } // namespace
@@ -445,7 +432,7 @@ IngestReport IngestJob::run()
         const QString cancelled = QStringLiteral("importación cancelada");
         if (r.cancelled && !r.errors.contains(cancelled))
             r.errors.append(cancelled);
-        r.summary = summarize(r);
+        r.summary = summarize(r, _request.dryRun);
         phase(IngestPhase::finished, 0, 0);
         return r;
     };
@@ -512,17 +499,11 @@ IngestReport IngestJob::run()
     if (_request.dryRun)
         return finish();
 
-    // Parts left by a killed run in the folders this run writes to.
-    QSet<QString> folders{QString()};
-    for (const PlannedFile &f : std::as_const(r.plan.files)) {
-        const qsizetype slash = f.relPath.lastIndexOf(QLatin1Char('/'));
-        if (slash > 0)
-            folders.insert(f.relPath.left(slash));
-    }
+    // Parts left by a killed run anywhere in the trees this run writes into, not only in the
+    // folders it writes this time (the killed run may have had other dates or sessions).
     for (int d = 0; d < roots.size(); ++d)
         if (usable[d])
-            for (const QString &folder : std::as_const(folders))
-                removeStaleParts(folder.isEmpty() ? roots[d] : roots[d] + QLatin1Char('/') + folder);
+            PartFiles::removeStaleBelow(roots[d]);
 
     QSet<QString> keys(r.plan.presentKeys.begin(), r.plan.presentKeys.end());
     if (!r.plan.files.isEmpty()) {

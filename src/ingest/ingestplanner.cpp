@@ -1,4 +1,5 @@
 #include "ingestplan.h"
+#include "namecleaning.h"
 
 #include "importedrecord.h"
 #include "util/canceltoken.h"
@@ -178,10 +179,19 @@ public:
             }
             ++seq;
 
+            // The base is cut so that base, suffix and extension stay within one file name's
+            // bytes; the longest extension of the group decides, so its files keep one base.
+            int extBytes = 0;
+            for (const Member &mem : std::as_const(members))
+                extBytes = std::max(extBytes, mem.ext.isEmpty() ? 0 : 1 + NameCleaning::utf8Bytes(mem.ext));
+            const QList<Member> uncut = members;
+
             // One suffix for the whole group: the first under which no file of the group collides
             // with this run's names or with a different file already in a destination.
             for (int n = 1;; ++n) {
                 const QString suffix = n == 1 ? QString() : QStringLiteral("-%1").arg(n);
+                for (qsizetype i = 0; i < members.size(); ++i)
+                    members[i].base = NameCleaning::fit(uncut[i].base, NameCleaning::kMaxFileNameBytes - extBytes - int(suffix.size()));
                 bool collides = false;
                 for (Member &mem : members) {
                     mem.presentIn = 0;

@@ -21,6 +21,9 @@ IngestSummary IngestSummary::make(IngestOutcome outcome, int destCount)
         return {outcome, QStringLiteral("Importación cancelada"),
                 QStringLiteral("Lo copiado hasta ahora se queda en los discos; lo que estaba a medias se ha borrado. Al "
                                "volver a importar se continúa donde se dejó.")};
+    case IngestOutcome::planned:
+        return {outcome, QStringLiteral("Simulación: no se ha copiado nada"),
+                QStringLiteral("Así quedaría la importación. Nada se ha escrito en los discos ni en la lista de lo ya importado.")};
     case IngestOutcome::nothingToDo:
         return {outcome, QStringLiteral("Todo lo de la tarjeta ya está importado"),
                 QStringLiteral("No hay nada nuevo que copiar: cada archivo de la tarjeta ya está en los discos.")};

@@ -8,6 +8,7 @@ enum class IngestOutcome {
     errors,         // something failed on some destination
     cancelled,
     nothingToDo,    // "Todo lo de la tarjeta ya está importado"
+    planned,        // a dry run: planned, nothing written
 };
 
 struct IngestSummary {

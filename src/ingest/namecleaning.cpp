@@ -73,17 +73,27 @@ QString NameCleaning::name(const QString &text)
             break;
         s = next;
     }
-    if (utf8Length(s) <= kMaxNameBytes)
-        return s;
+    return fit(s, kMaxNameBytes);
+}
 
+int NameCleaning::utf8Bytes(const QString &text)
+{
+    return utf8Length(text);
+}
+
+QString NameCleaning::fit(const QString &text, int maxBytes)
+{
+    if (utf8Length(text) <= maxBytes)
+        return text;
     // Keep the longest run of whole characters (grapheme clusters) that fits.
+    QString s = text;
     QTextBoundaryFinder graphemes(QTextBoundaryFinder::Grapheme, s);
     qsizetype keep = 0;
     int bytes = 0;
     qsizetype from = 0;
     for (qsizetype to = graphemes.toNextBoundary(); to != -1; to = graphemes.toNextBoundary()) {
         const int len = utf8Length(QStringView(s).mid(from, to - from));
-        if (bytes + len > kMaxNameBytes)
+        if (bytes + len > maxBytes)
             break;
         bytes += len;
         keep = to;

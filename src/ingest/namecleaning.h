@@ -15,5 +15,11 @@ QString component(const QString &text);
 QString name(const QString &text);
 
 inline constexpr int kMaxNameBytes = 200;
+// What a file system takes for one file name (ext4, XFS, Btrfs, exFAT in UTF-8…).
+inline constexpr int kMaxFileNameBytes = 255;
+
+int utf8Bytes(const QString &text);
+// `text` cut to at most `maxBytes` bytes of UTF-8 by removing whole characters from the end.
+QString fit(const QString &text, int maxBytes);
 
 } // namespace NameCleaning

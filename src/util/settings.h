@@ -55,6 +55,8 @@ inline const Setting<QString> sharpSensitivity{"sharpSensitivity", QStringLitera
 inline const Setting<int> camFtpPort{"cam.ftpPort", 21};
 inline const Setting<QString> camFtpPassword{"cam.ftpPassword", {}};
 inline const Setting<QString> camAutoServer{"cam.autoServer", {}};
+inline const Setting<bool> camWifiOn{"cam.wifiOn", false};              // reception on at the last switch
+inline const Setting<QString> camDestination{"cam.destination", {}};     // empty: the open folder
 // The window
 inline const Setting<QByteArray> uiGeometry{"ui.geometry", {}};
 inline const Setting<QByteArray> uiSplitter{"ui.splitter", {}};

@@ -13,6 +13,7 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QLabel>
+#include <QMessageBox>
 #include <QProcess>
 #include <QPushButton>
 #include <QSettings>
@@ -22,6 +23,22 @@
 
 using CameraTest::Browser;
 using CameraTest::jpegBytes;
+
+namespace {
+// Clicks `button` on the question box that is about to come up.
+void answer(QMessageBox::StandardButton button)
+{
+    auto *poll = new QTimer;
+    poll->setInterval(10);
+    QObject::connect(poll, &QTimer::timeout, poll, [poll, button] {
+        if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+            poll->deleteLater();
+            box->button(button)->click();
+        }
+    });
+    poll->start();
+}
+} // namespace
 
 class TestCameraWindow : public QObject
 {
@@ -104,6 +121,54 @@ private slots:
         QTest::mouseClick(cw.wifiSwitch(), Qt::LeftButton, {}, QPoint(8, cw.wifiSwitch()->height() / 2));
         QVERIFY(!hub.wifiOn());
         QCOMPARE(cw.statusLabel()->text(), QStringLiteral("Wifi apagado."));
+    }
+
+    void refusalsQuittingAndTheNextStart()
+    {
+        QTemporaryDir open, dest, src;
+        QSettings().setValue("cam.ftpPort", 0);
+        {
+            Browser b;
+            QVERIFY(b.open(open.path()));
+            MainWindow window(b.session);
+            window.show();
+            CameraHub &hub = b.session.cameraHub();
+            hub.setListenAddress(QHostAddress::LocalHost);
+            hub.setDestination(dest.path());
+            window.action("camera")->trigger();
+            auto *cw = window.findChild<CameraWindow *>();
+            QVERIFY(!cw->refusedLabel()->isVisible());
+            cw->wifiSwitch()->click();
+            QVERIFY(QTest::qWaitFor([&] { return cw->statusLabel()->text().startsWith("Esperando a la cámara"); }, 10000));
+            // A cut shot is refused, and the window says which one and why.
+            QByteArray cut = jpegBytes('c');
+            cut.chop(100);
+            const QString shot = TestEnv::touch(src.filePath("DSC_0002.JPG"), cut);
+            const QString url = QStringLiteral("ftp://corvane:%1@127.0.0.1:%2/").arg(hub.password()).arg(hub.listeningPort());
+            QVERIFY(QProcess::execute("curl", {"-sS", "-T", shot, url}) != 0);
+            QTRY_COMPARE(cw->refusedLabel()->text(), QStringLiteral("Rechazadas: 1 · DSC_0002.JPG: imagen incompleta"));
+            QVERIFY(cw->refusedLabel()->isVisible());
+            QCOMPARE(cw->receivedLabel()->text(), QStringLiteral("0"));
+            // Quitting while receiving asks first; "No" keeps Corvane and the reception.
+            answer(QMessageBox::No);
+            QVERIFY(!window.close());
+            QVERIFY(hub.wifiOn());
+            answer(QMessageBox::Yes);
+            QVERIFY(window.close());
+        }
+        // The next start receives again, into the same folder.
+        Browser b;
+        QVERIFY(b.open(open.path()));
+        MainWindow window(b.session);
+        QVERIFY(b.session.hasCameraHub());
+        QCOMPARE(b.session.cameraHub().destination(), dest.path());
+        window.action("camera")->trigger();
+        auto *cw = window.findChild<CameraWindow *>();
+        QVERIFY(cw->wifiSwitch()->isChecked());
+        QVERIFY(QTest::qWaitFor([&] { return cw->statusLabel()->text().startsWith("Esperando a la cámara"); }, 10000));
+        // Switched off, it stays off next time.
+        cw->wifiSwitch()->click();
+        QVERIFY(!QSettings().value("cam.wifiOn").toBool());
     }
 
     void anotherDestinationCanBeOpenedInTheBrowser()

@@ -1,12 +1,14 @@
 // The FTP receiver driven by real clients on a loopback port: exact replies through a raw python
 // client, uploads through curl, lftp and python's ftplib, and the files left in the folder.
 #include "ftptestserver.h"
+#include "tangledtiff.h"
 #include "testenv.h"
 
 #include <QtTest>
 
 #include <csignal>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using FTPTest::Server;
 
@@ -393,9 +395,45 @@ print(c.store('padded.jpg', a + b'\0' * 300))
         QCOMPARE(s.eventTexts(FTPEvent::Kind::file).size(), 7);
     }
 
+    // A file that is costly to finish (a TIFF built to be costly to walk, under a name with 1000
+    // stored files of its size to compare it with) does not hold the other cameras: a second
+    // session's NOOPs are answered meanwhile.
+    void otherSessionsAnsweredWhileAFileIsFinished()
+    {
+        Server s;
+        const QByteArray crafted = TangledTiff::build(3'000'000);
+        QByteArray twin = crafted;
+        twin[twin.size() - 1] = 1;   // differs only at the end: each comparison reads it all
+        const QString first = TestEnv::touch(s.folder() + "/DSC_0001.NEF", twin);
+        for (int n = 2; n <= 1000; ++n)
+            QCOMPARE(::link(QFile::encodeName(first).constData(), QFile::encodeName(s.folder() + QStringLiteral("/DSC_0001-%1.NEF").arg(n)).constData()), 0);
+        QTemporaryDir dir;
+        const QString path = TestEnv::touch(dir.filePath("crafted.nef"), crafted);
+        const QStringList out = s.python(QStringLiteral(R"(
+import select, time
+a = Raw(); a.login()
+b = Raw(); b.login()
+r, d = a.passive()
+print(a.cmd('STOR DSC_0001.NEF'))
+d.sendall(open('%1', 'rb').read())
+d.close()
+worst, count = 0, 0
+while not select.select([a.s], [], [], 0.005)[0]:
+    start = time.monotonic()
+    assert b.cmd('NOOP') == '200 Vale'
+    worst, count = max(worst, time.monotonic() - start), count + 1
+print(a.reply())
+print('answered within 100 ms' if count and worst < 0.1 else '%d NOOPs, slowest %d ms' % (count, worst * 1000))
+)").arg(path));
+        QCOMPARE(out, lines({"150 Lista", "226 Recibida", "answered within 100 ms"}));
+        QCOMPARE(s.read("DSC_0001-1001.NEF"), crafted);
+        QVERIFY(s.files(true).isEmpty());
+    }
+
     void renameAfterUpload()
     {
         Server s;
+        TestEnv::touch(s.folder() + "/OLD.JPG", "already here");
         const QStringList out = s.python(R"(
 c = Raw()
 c.login()
@@ -404,20 +442,29 @@ print(c.cmd('RNFR DSC_0001.tmp'))
 print(c.cmd('RNTO DSC_0001.JPG'))
 print(c.store('DSC_0002.tmp', jpeg(b'two')))
 print(c.cmd('RNFR DSC_0002.tmp'))
-print(c.cmd('RNTO dsc_0001.jpg'))
-print(c.cmd('RNFR DSC_0002.tmp'))
 print(c.cmd('NOOP'))
 print(c.cmd('RNTO DSC_0002.JPG'))
 print(c.cmd('RNFR DSC_0002.tmp'))
+print(c.cmd('RNTO dsc_0001.jpg'))
+print(c.cmd('RNFR OLD.JPG'))
+print(c.cmd('RNTO NEW.JPG'))
+print(c.store('notes.tmp', b'text'))
+print(c.cmd('RNFR notes.tmp'))
+print(c.cmd('RNTO notes.txt'))
+print(c.cmd('RNFR notes.txt'))
 print(c.cmd('RNTO ../x.jpg'))
 )");
         QCOMPARE(out, lines({"['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "250 Renombrada",
-                             "['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "553 No se pudo renombrar",
-                             "350 ¿Nombre nuevo?", "200 Vale", "503 Falta RNFR", "350 ¿Nombre nuevo?",
-                             "553 Nombre no válido"}));
-        QCOMPARE(s.files(), QStringList({"DSC_0001.JPG", "DSC_0002.tmp"}));
-        // The shot counts once it has its real name.
-        QCOMPARE(s.eventTexts(FTPEvent::Kind::file), QStringList{s.folder() + "/DSC_0001.JPG"});
+                             "['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "200 Vale", "503 Falta RNFR",
+                             "350 ¿Nombre nuevo?", "250 Renombrada", "350 ¿Nombre nuevo?", "250 Renombrada",
+                             "['150 Lista', '226 Recibida']", "350 ¿Nombre nuevo?", "250 Renombrada",
+                             "350 ¿Nombre nuevo?", "553 Nombre no válido"}));
+        // A rename onto a taken name gets the next free one, as an upload does; nothing is replaced.
+        QCOMPARE(s.files(), QStringList({"DSC_0001.JPG", "NEW.JPG", "dsc_0001-2.jpg", "notes.txt"}));
+        QVERIFY(s.read("dsc_0001-2.jpg").contains("two"));
+        // A shot counts once it has its image name, and only one received here: the file that was
+        // in the folder and the text file are not news.
+        QCOMPARE(s.eventTexts(FTPEvent::Kind::file), QStringList({s.folder() + "/DSC_0001.JPG", s.folder() + "/dsc_0001-2.jpg"}));
     }
 
     void dataWatchdogs()

@@ -10,7 +10,34 @@
 #include <QtTest>
 
 #include <csignal>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
+
+namespace {
+// Starts `corvane receive` into `dest` on a port of the system's choice; returns its FTP URL.
+QString startReceive(QProcess &p, const QString &dest)
+{
+    p.start(corvaneBin(), {"receive", "--to", dest, "--port", "0"});
+    QString out;
+    QRegularExpressionMatch ready;
+    (void)QTest::qWaitFor([&] {
+        p.waitForReadyRead(100);
+        out += QString::fromUtf8(p.readAllStandardOutput());
+        ready = QRegularExpression("Esperando a la cámara en el puerto (\\d+)\\.").match(out);
+        return ready.hasMatch();
+    }, 10000);
+    const QRegularExpressionMatch pw = QRegularExpression("Contraseña: ([a-z2-9]{10})\n").match(out);
+    if (!ready.hasMatch() || !pw.hasMatch())
+        return {};
+    return QStringLiteral("ftp://corvane:%1@127.0.0.1:%2/").arg(pw.captured(1), ready.captured(1));
+}
+
+QStringList hiddenFiles(const QString &folder)
+{
+    return QDir(folder).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+}
+} // namespace
 
 class TestReceiveCommand : public QObject
 {
@@ -62,6 +89,34 @@ private slots:
         QVERIFY(out.endsWith("Recibidas en esta sesión: 1\n"));
         // The port was not remembered: it was for this run only.
         QVERIFY(!QSettings().contains("cam.ftpPort"));
+    }
+
+    void partFilesOfAKilledReceiverAreRemovedAtTheNextStart()
+    {
+        QTemporaryDir dest, src;
+        // A part file that a live writer holds (another receiver, an import) is left alone.
+        const QString held = TestEnv::touch(dest.filePath(".corvane-held.part"), "being written");
+        const int heldFd = ::open(QFile::encodeName(held).constData(), O_RDONLY | O_CLOEXEC);
+        QVERIFY(heldFd >= 0 && ::flock(heldFd, LOCK_EX) == 0);
+        QProcess first;
+        const QString url = startReceive(first, dest.path());
+        QVERIFY(!url.isEmpty());
+        // Killed in the middle of a slow upload: its part file stays behind.
+        const QString file = TestEnv::touch(src.filePath("DSC_0001.JPG"), QByteArray("\xFF\xD8\xFF\xFE\x00\x04xx", 8) + QByteArray(400000, 'i'));
+        QProcess curl;
+        curl.start("curl", {"-sS", "--limit-rate", "40K", "-T", file, url});
+        QVERIFY(QTest::qWaitFor([&] { return hiddenFiles(dest.path()).size() == 2; }, 10000));
+        ::kill(pid_t(first.processId()), SIGKILL);
+        QVERIFY(first.waitForFinished(10000));
+        QVERIFY(curl.waitForFinished(10000));
+        QCOMPARE(hiddenFiles(dest.path()).size(), 2);
+        // The next receiver on that folder removes it before it takes any camera.
+        QProcess second;
+        QVERIFY(!startReceive(second, dest.path()).isEmpty());
+        QCOMPARE(hiddenFiles(dest.path()), QStringList{".corvane-held.part"});
+        ::kill(pid_t(second.processId()), SIGINT);
+        QVERIFY(second.waitForFinished(10000));
+        ::close(heldFd);
     }
 
     void usageAndFailures()

@@ -143,6 +143,32 @@ private slots:
         QCOMPARE(TestCard::files(a).size(), 8);
     }
 
+    void verifiedOnlyWhatWasVerified()
+    {
+        const Card card = makeCard(dir("card"), 2);
+        const QString a = dir("A"), b = dir("B"), c = dir("C");
+        IngestRequest req = request(card, a);
+        req.options.verify = false;
+        QCOMPARE(run(req).summary.title, QStringLiteral("Copia hecha"));
+        // Again onto A, now with B: A has every file already, B gets them all, verified.
+        req = request(card, a, b);
+        req.options.skipImported = false;
+        IngestReport r = run(req);
+        QCOMPARE(r.dests[0].copied, 0);
+        QCOMPARE(r.dests[0].statusText(), QStringLiteral("Correcta"));
+        QCOMPARE(r.dests[1].verifiedOK, 4);
+        QCOMPARE(r.dests[1].statusText(), QStringLiteral("Correcta y verificada"));
+        // A dry run copies nothing and does not say it did.
+        req = request(card, c);
+        req.options.skipImported = false;
+        req.dryRun = true;
+        r = run(req);
+        QCOMPARE(r.summary.outcome, IngestOutcome::planned);
+        QCOMPARE(r.summary.title, QStringLiteral("Simulación: no se ha copiado nada"));
+        QCOMPARE(r.dests[0].statusText(), QStringLiteral("Correcta"));
+        QVERIFY(TestCard::files(c).isEmpty());
+    }
+
     void verificationReadsTheDisk()
     {
         const Card card = makeCard(dir("card"), 1, 4 << 20);
@@ -305,6 +331,8 @@ private slots:
         const QString stale2 = TestCard::write(a, "2024/2024-05-18/.corvane-0b6e1f7e-0000-4000-8000-000000000002.part", "half");
         // A part another import is writing right now (it holds the lock) stays.
         const QString busy = TestCard::write(a, "2024/2024-05-18/.corvane-0b6e1f7e-0000-4000-8000-000000000003.part", "busy");
+        // Left in a folder this run does not write to (another day, another session).
+        const QString stale3 = TestCard::write(a, "2023/2023-01-02 Otra/.corvane-0b6e1f7e-0000-4000-8000-000000000004.part", "half");
         const int fd = ::open(QFile::encodeName(busy).constData(), O_RDONLY);
         QCOMPARE(::flock(fd, LOCK_EX), 0);
         IngestRequest req = request(card, a);
@@ -314,6 +342,7 @@ private slots:
         QCOMPARE(r.summary.outcome, IngestOutcome::verified);
         QVERIFY(!QFile::exists(stale1));
         QVERIFY(!QFile::exists(stale2));
+        QVERIFY(!QFile::exists(stale3));
         QVERIFY(QFile::exists(busy));
         QCOMPARE(TestCard::parts(a), QStringList{"2024/2024-05-18/.corvane-0b6e1f7e-0000-4000-8000-000000000003.part"});
     }

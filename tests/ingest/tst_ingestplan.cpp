@@ -154,6 +154,25 @@ private slots:
         QCOMPARE(m.value("1/C.JPG"), QStringLiteral("2024-05-18 Boda/20240518_Boda-3.JPG"));
     }
 
+    void longNamesStayWithinAFileName()
+    {
+        // 251 bytes of UTF-8 ("ñ" is two): with ".NEF" exactly a file name's 255.
+        const QString base = QString(125, QChar(0xF1)) + QLatin1Char('a');
+        IngestOptions o = renaming();
+        o.rename = false;
+        const QList<IngestItem> items{item("/c/DCIM/1/" + base + ".NEF"), item("/c/DCIM/2/" + base + ".NEF"),
+                                      item("/c/DCIM/2/" + base + ".JPEG"), item("/c/DCIM/3/" + base + ".NEF")};
+        QStringList paths = pathsOf(planOf(items, o)).values();
+        paths.sort();
+        // The base is cut by whole characters as much as "-2" and the extension need; a pair
+        // keeps one base, cut for its longest extension.
+        const QString folder = QStringLiteral("2024-05-18 Boda/");
+        QStringList expected{folder + QString(124, QChar(0xF1)) + "-2.NEF", folder + QString(125, QChar(0xF1)) + ".JPEG",
+                             folder + QString(125, QChar(0xF1)) + ".NEF", folder + base + ".NEF"};
+        expected.sort();
+        QCOMPARE(paths, expected);
+    }
+
     void skippingKeepsEveryNumber()
     {
         const QList<IngestItem> items{item("/c/DCIM/1/A.JPG", kDay), item("/c/DCIM/1/B.JPG", kDay.addSecs(1)),
