@@ -36,6 +36,19 @@ bool isTokenChar(QChar c) { return isWordChar(c) || c == u'-'; }
 bool isSpace(QChar c) { return c == u' ' || (c.unicode() >= 9 && c.unicode() <= 13); }
 bool isDash(QChar c) { return c == u'-' || c == u'\u2013'; }
 
+// A number in decimal. QString::number goes through the locale machinery, which a message of
+// long ranges would pay up to a million times.
+QString decimal(int n)
+{
+    char16_t digits[10];
+    int i = 10;
+    do {
+        digits[--i] = char16_t(u'0' + n % 10);
+        n /= 10;
+    } while (n > 0);
+    return QString(reinterpret_cast<const QChar *>(digits + i), 10 - i);
+}
+
 // The ordered list without repeats. Numbers written plainly (what ranges produce) are remembered
 // in a bit per value, so a message of long ranges costs a bit per number, not a string.
 class TokenList
@@ -48,7 +61,7 @@ public:
         if (_numbers[size_t(n)])
             return;
         _numbers[size_t(n)] = true;
-        _tokens.append(QString::number(n));
+        _tokens.append(decimal(n));
     }
 
     void add(const QString &token)
