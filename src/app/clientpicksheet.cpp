@@ -132,7 +132,9 @@ ClientPickSheet::ClientPickSheet(AppState &state, ThumbnailSource *thumbnails, Q
     actions->addSpacing(16);
     actions->addWidget(_selectThem);
     actions->addWidget(_filterThem);
-    actions->addWidget(quiet(QStringLiteral("Filtra por el color elegido"), this));
+    QLabel *filterHelp = quiet(QStringLiteral("Filtra por el color elegido"), this);
+    filterHelp->setWordWrap(false);
+    actions->addWidget(filterHelp);
     actions->addStretch(1);
     actions->addWidget(cancel);
     actions->addWidget(_apply);
