@@ -1,6 +1,7 @@
 #include "mainwindow.h"
 
 #include "camerawindow.h"
+#include "clientpicksheet.h"
 #include "emptystate.h"
 #include "filterbar.h"
 #include "gridmodel.h"
@@ -261,6 +262,7 @@ void MainWindow::buildActions()
         _search->selectAll();
     });
     on("settings", &MainWindow::showSettings);
+    on("clientPick", &MainWindow::showClientPick);
 
     // Marcas. The same key again removes the mark; AppState decides that.
     for (int n = 0; n <= LabelColors::kCount; ++n) {
@@ -772,6 +774,18 @@ void MainWindow::showCamera()
     _camera->show();
     _camera->raise();
     _camera->activateWindow();
+}
+
+void MainWindow::showClientPick()
+{
+    // One sheet at a time; it keeps the message while it is open.
+    if (!_clientPick) {
+        _clientPick = new ClientPickSheet(_state, _grid->gridModel()->thumbnailSource(), this);
+        _clientPick->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    _clientPick->open();
+    _clientPick->raise();
+    _clientPick->activateWindow();
 }
 
 // ----- Events

@@ -10,6 +10,7 @@ class AppState;
 class BrowserSession;
 class CameraHub;
 class CameraWindow;
+class ClientPickSheet;
 class EmptyState;
 class FilterBar;
 class GridView;
@@ -71,6 +72,7 @@ public slots:
     void showSettings();
     void showImport();   // "Importar imágenes…" (Ctrl+I)
     void showCamera();   // "Cámara…": live reception; the hub keeps receiving when it closes
+    void showClientPick();   // "Selección del cliente…"
     CameraHub &cameraHub();   // the session's, made on first use
 
 protected:
@@ -129,6 +131,7 @@ private:
     QPointer<SettingsDialog> _settings;
     QPointer<ImportWindow> _import;
     QPointer<CameraWindow> _camera;
+    QPointer<ClientPickSheet> _clientPick;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;
 };

@@ -54,7 +54,7 @@ QList<WindowAction> build()
     t += {QStringLiteral("sortDescending"), QStringLiteral("Descendente"), {}, {}, true};
     // Herramientas
     t += {QStringLiteral("rename"), QStringLiteral("Renombrar…"), {}, QStringLiteral("Renombrar"), false, true};
-    t += {QStringLiteral("clientPick"), QStringLiteral("Selección del cliente…"), {}, QStringLiteral("Selección del cliente"), false, true};
+    t += {QStringLiteral("clientPick"), QStringLiteral("Selección del cliente…"), {}, QStringLiteral("Selección del cliente")};
     t += {QStringLiteral("send"), QStringLiteral("Enviar…"), {}, QStringLiteral("Enviar"), false, true};
     // Ayuda
     t += {QStringLiteral("shortcuts"), QStringLiteral("Atajos de teclado")};

@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "ingestcommand.h"
+#include "pickcommand.h"
 #include "rawpreviewscommand.h"
 #include "receivecommand.h"
 #include "sharpnesscommand.h"
@@ -33,6 +34,7 @@ const Command kCommands[] = {
      "corvane ingest --from CARPETA --to CARPETA [--backup CARPETA] [--structure none|yearDate|yearMonthDate|date|session] "
      "[--session TEXTO] [--rename] [--preset N | --pattern JSON] [--start N] [--digits N] [--skip-imported] [--video] "
      "[--verify] [--eject] [--dry-run] [--json]"},
+    {"pick", &pickCommand, "corvane pick CARPETA (--message TEXTO | --message-file ARCHIVO | -) [--color N] [--select-only] [--json]"},
 };
 
 void printUsage(FILE *out)

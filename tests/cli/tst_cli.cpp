@@ -93,6 +93,56 @@ private slots:
         QVERIFY(QString::fromUtf8(missing.err).contains(QStringLiteral("No existe")));
         QCOMPARE(corvane({"scan", dir.filePath("nothing")}).status, 1);
     }
+
+    // Two bodies at one wedding, a client's message with a range and a shot that does not exist.
+    void pickFromAMessage()
+    {
+        QTemporaryDir dir;
+        for (const char *name : {"DSC_0412.NEF", "_DSF0412.RAF", "DSC_0415.NEF", "DSC_0433.JPG", "DSC_0533.NEF",
+                                 "DSC_0533.JPG", "DSC_0600.NEF", "DSC_0601.NEF", "DSC_0602.NEF", "DSC_0604.NEF",
+                                 "DSC_0605.NEF", "DSC_0700.NEF"})
+            TestEnv::touch(dir.filePath(name));
+        const QString message = QStringLiteral("Hola! Me quedo con la 0412, 415, 433,\nDSC_0533.NEF y 600-605");
+
+        const CorvaneRun r = corvane({"pick", dir.path(), "--message", message, "--json"});
+        QCOMPARE(r.status, 1);   // 603 is not there
+        const QJsonObject root = QJsonDocument::fromJson(r.out).object();
+        QCOMPARE(root.value("missing").toArray(), QJsonArray{"603"});
+        QCOMPARE(root.value("selected").toArray().size(), 10);
+        const QJsonArray tokens = root.value("tokens").toArray();
+        QCOMPARE(tokens.size(), 10);
+        const QJsonObject twoBodies = tokens[6].toObject();
+        QCOMPARE(twoBodies.value("token").toString(), "0412");
+        QCOMPARE(twoBodies.value("files").toArray().size(), 2);
+        QCOMPARE(twoBodies.value("problem").toString(), QStringLiteral("varias con ese número"));
+        QCOMPARE(tokens[3].toObject().value("problem").toString(), QStringLiteral("No hay ninguna imagen con ese número"));
+        QCOMPARE(tokens[9].toObject().value("token").toString(), "dsc_0533");
+
+        // From standard input, marking: the paths of the shots, and their colour on disk.
+        QProcess p;
+        p.start(corvaneBin(), {"pick", dir.path(), "-", "--color", "2", "--select-only"});
+        p.write(message.toUtf8());
+        p.closeWriteChannel();
+        QVERIFY(p.waitForFinished(60000));
+        QCOMPARE(p.exitCode(), 1);
+        QCOMPARE(p.readAllStandardOutput().count('\n'), 10);
+        const auto f = MarksFile::load(dir.path());
+        QVERIFY(f);
+        QCOMPARE(f->marks.size(), 10);
+        QCOMPARE(f->marks.value("_dsf0412").c, 2);
+        QVERIFY(!f->marks.contains("dsc_0700"));
+
+        // Every token found: status 0, and one line per token in plain text.
+        TestEnv::touch(dir.filePath("message.txt"), "415\n600-602 DSC_0700");
+        const CorvaneRun all = corvane({"pick", dir.path(), "--message-file", dir.filePath("message.txt")});
+        QCOMPARE(all.status, 0);
+        QCOMPARE(all.out.count('\n'), 6);
+        QVERIFY(all.out.contains("dsc_0700\tDSC_0700.NEF\n"));
+
+        QCOMPARE(corvane({"pick", dir.path()}).status, 2);
+        QCOMPARE(corvane({"pick", dir.path(), "--message", "1", "--message-file", "x"}).status, 2);
+        QCOMPARE(corvane({"pick", dir.path(), "--message", "1", "--color", "9"}).status, 2);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestCli)
