@@ -1,11 +1,13 @@
 // XMP sidecars: edits in place that leave another tool's file whole, the reading precedence,
-// the labels of the colours, refused files, and the store's queue.
+// the labels of the colours, refused files, the store's queue and `corvane xmp-export`.
 #include "imaging/imageorientation.h"
+#include "marks/marksfile.h"
 #include "metadata/xmplabels.h"
 #include "metadata/xmpsidecar.h"
 #include "metadata/xmpstore.h"
 #include "model/orientation.h"
 #include "util/atomicfile.h"
+#include "corvanerun.h"
 #include "testenv.h"
 
 #include <QJsonArray>
@@ -416,6 +418,34 @@ private slots:
         QCOMPARE(states.size(), 2);
         QCOMPARE(states.value(a).rating, 5);   // the last of the burst
         QVERIFY(states.value(b).flag);
+    }
+
+    void exportCommand()
+    {
+        QVERIFY2(corvaneBuilt(), "corvane is not built");
+        QTemporaryDir dir;
+        for (const char *name : {"IMG_1.JPG", "IMG_2.NEF", "IMG_3.JPG"})
+            TestEnv::touch(dir.filePath(name));
+        const QByteArray broken = "<x:xmpmeta";
+        TestEnv::touch(dir.filePath("IMG_2.xmp"), broken);
+        MarksMap marks;
+        marks.insert("img_1", Marks::from(ColorClass::c2, 3, true, 0, {}));
+        marks.insert("img_2", Marks::from(ColorClass::none, 5, false, 1, {}));
+        QVERIFY(MarksFile::save(dir.path(), marks, std::nullopt).isEmpty());
+
+        CorvaneRun r = corvane({"xmp-export", dir.path()});
+        QCOMPARE(r.status, 1);
+        QVERIFY2(r.out.contains("1 .xmp escritos"), r.out);
+        QVERIFY2(r.err.contains("no se pudo leer un .xmp — no se modifica"), r.err);
+        QCOMPARE(TestEnv::readAll(dir.filePath("IMG_2.xmp")), broken);
+        QVERIFY(read(dir.filePath("IMG_1.xmp"), kSpanish)->sameMarks(state(2, 3, true)));
+        QVERIFY(!QFile::exists(dir.filePath("IMG_3.xmp")));
+
+        QFile::remove(dir.filePath("IMG_2.xmp"));
+        r = corvane({"xmp-export", dir.path()});
+        QCOMPARE(r.status, 0);
+        QVERIFY2(r.out.contains("2 .xmp escritos"), r.out);
+        QCOMPARE(read(dir.filePath("IMG_2.xmp"), kSpanish)->rotation, 1);
     }
 };
 
