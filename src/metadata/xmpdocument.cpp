@@ -3,6 +3,7 @@
 #include "xmltext.h"
 
 #include <QHash>
+#include <QSet>
 #include <QStringDecoder>
 #include <QStringEncoder>
 
@@ -45,7 +46,35 @@ QByteArray localOf(const QByteArray &qname)
     return colon < 0 ? qname : qname.mid(colon + 1);
 }
 
+using Bindings = QHash<QByteArray, QByteArray>;   // prefix ("" for the default) → namespace URI
+
+// The namespace declaration an attribute makes, if it is one.
+std::optional<QByteArray> declaredPrefix(const QByteArray &qname)
+{
+    if (qname == "xmlns")
+        return QByteArray();
+    if (qname.startsWith("xmlns:"))
+        return qname.mid(6);
+    return std::nullopt;
+}
+
+// Whether a declared prefix may start an attribute's name (another tool may have declared one
+// that may not).
+bool usablePrefix(const QByteArray &prefix)
+{
+    if (prefix.isEmpty())
+        return false;
+    for (qsizetype i = 0; i < prefix.size(); ++i) {
+        const uchar c = uchar(prefix[i]);
+        const bool start = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 0x80;
+        if (!start && (i == 0 || !((c >= '0' && c <= '9') || c == '-' || c == '.')))
+            return false;
+    }
+    return true;
+}
+
 struct Child {
+    QByteArray uri, local;          // the element's expanded name
     pugi::xml_node node;
     qsizetype begin = 0, end = 0;   // the element with the line it stands on
     bool removed = false;
@@ -54,24 +83,9 @@ struct Child {
 struct Description {
     pugi::xml_node node;
     XmlStartTag tag;
+    Bindings own;                   // declared on the description itself
     std::vector<Child> children;
 };
-
-// The namespace a prefix stands for at `node`, from the declarations of it and its ancestors.
-std::optional<QByteArray> boundUri(pugi::xml_node node, const QByteArray &prefix)
-{
-    const QByteArray attr = prefix.isEmpty() ? QByteArray("xmlns") : "xmlns:" + prefix;
-    for (; node && node.type() == pugi::node_element; node = node.parent())
-        if (const pugi::xml_attribute a = node.attribute(attr.constData()))
-            return unescape(QByteArray(a.value())).toUtf8();
-    return std::nullopt;
-}
-
-bool isElement(pugi::xml_node node, const char *ns, const QByteArray &local)
-{
-    const QByteArray qname(node.name());
-    return localOf(qname) == local && boundUri(node, prefixOf(qname)) == QByteArray(ns);
-}
 
 QString textOf(pugi::xml_node element)
 {
@@ -91,70 +105,72 @@ struct XmpDocument::Impl {
     QByteArray text;   // UTF-8 without a byte-order mark
     Encoding encoding = Encoding::utf8;
     pugi::xml_document doc;
-    QHash<QByteArray, QByteArray> outer;   // prefix → URI declared around the descriptions
+    Bindings outer;    // declared around the descriptions
     std::vector<Description> descriptions;
+    std::optional<QSet<QByteArray>> usedInFirst;   // prefixes named inside the first description
+    mutable qint64 work = 0;   // nodes, attributes and bytes visited
 
     std::optional<QByteArray> resolve(const Description &d, const QByteArray &prefix) const
     {
-        const QByteArray attr = "xmlns:" + prefix;
-        for (const XmlAttribute &a : d.tag.attrs)
-            if (a.qname == attr)
-                return unescape(a.raw).toUtf8();
-        const auto it = outer.constFind(prefix);
-        return it == outer.constEnd() ? std::nullopt : std::optional<QByteArray>(*it);
+        if (const auto it = d.own.constFind(prefix); it != d.own.constEnd())
+            return *it;
+        if (const auto it = outer.constFind(prefix); it != outer.constEnd())
+            return *it;
+        return std::nullopt;
     }
 
     bool attributeIs(const Description &d, const XmlAttribute &a, const char *ns, const QByteArray &local) const
     {
+        ++work;
         const QByteArray prefix = prefixOf(a.qname);
         if (prefix.isEmpty() || prefix == "xmlns" || localOf(a.qname) != local)
             return false;
         return resolve(d, prefix) == QByteArray(ns);
     }
 
-    // True when `prefix` names something inside the description, so declaring it there would
-    // change what that name means.
-    static bool usedWithin(pugi::xml_node top, const QByteArray &prefix)
+    // The prefixes that name something inside the first description (found once): declaring
+    // one of them there would change what that name means.
+    const QSet<QByteArray> &usedWithinFirst()
     {
-        const auto uses = [&prefix](const char *qname) {
-            const size_t n = size_t(prefix.size());
-            return std::strncmp(qname, prefix.constData(), n) == 0 && qname[n] == ':';
-        };
+        if (usedInFirst)
+            return *usedInFirst;
+        usedInFirst.emplace();
+        const pugi::xml_node top = descriptions.front().node;
         pugi::xml_node node = top;
         while (node) {
+            ++work;
             if (node.type() == pugi::node_element) {
-                if (uses(node.name()))
-                    return true;
-                for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute())
-                    if (uses(a.name()))
-                        return true;
+                usedInFirst->insert(prefixOf(QByteArray(node.name())));
+                for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute(), ++work)
+                    usedInFirst->insert(prefixOf(QByteArray(a.name())));
             }
             if (node.first_child()) {
                 node = node.first_child();
                 continue;
             }
-            while (node && node != top && !node.next_sibling())
+            while (node != top && !node.next_sibling())
                 node = node.parent();
-            if (!node || node == top)
+            if (node == top)
                 break;
             node = node.next_sibling();
         }
-        return false;
+        return *usedInFirst;
     }
 
     QByteArray prefixFor(Description &d, const char *ns, const char *standard)
     {
         const QByteArray uri(ns);
-        for (const XmlAttribute &a : d.tag.attrs)
-            if (a.qname.startsWith("xmlns:") && unescape(a.raw).toUtf8() == uri)
-                return a.qname.mid(6);
-        for (auto it = outer.cbegin(); it != outer.cend(); ++it)
-            if (*it == uri && !it.key().isEmpty() && resolve(d, it.key()) == uri)
+        for (auto it = d.own.cbegin(); it != d.own.cend(); ++it, ++work)
+            if (*it == uri && usablePrefix(it.key()))
+                return it.key();
+        for (auto it = outer.cbegin(); it != outer.cend(); ++it, ++work)
+            if (*it == uri && usablePrefix(it.key()) && resolve(d, it.key()) == uri)
                 return it.key();
         QByteArray prefix(standard);
-        for (int n = 2; resolve(d, prefix) || usedWithin(d.node, prefix); ++n)
+        for (int n = 2; resolve(d, prefix) || usedWithinFirst().contains(prefix); ++n, ++work)
             prefix = QByteArray(standard) + QByteArray::number(n);
         append(d, "xmlns:" + prefix, uri);
+        d.own.insert(prefix, uri);
         return prefix;
     }
 
@@ -167,16 +183,14 @@ struct XmpDocument::Impl {
         d.tag.changed = true;
     }
 
+    bool decode(const QByteArray &bytes);
     bool load(const QByteArray &bytes, Problem *problem);
+    bool takeApart(pugi::xml_node node, Bindings own);
 };
 
-bool XmpDocument::Impl::load(const QByteArray &bytes, Problem *problem)
+// The encoding, from the byte-order mark or the first character; edits are made in UTF-8.
+bool XmpDocument::Impl::decode(const QByteArray &bytes)
 {
-    *problem = Problem::unreadable;
-    if (bytes.size() > kMaxBytes)
-        return false;
-
-    // The encoding, from the byte-order mark or the first character; edits are made in UTF-8.
     const auto startsWith = [&bytes](const char *p, qsizetype n) { return bytes.size() >= n && std::memcmp(bytes.constData(), p, size_t(n)) == 0; };
     std::optional<QStringConverter::Encoding> utf16;
     qsizetype skip = 0;
@@ -203,99 +217,148 @@ bool XmpDocument::Impl::load(const QByteArray &bytes, Problem *problem)
     if (utf16) {
         if ((bytes.size() - skip) % 2 != 0)
             return false;
-        QStringDecoder decode(*utf16, QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom);
-        const QString decoded = decode(QByteArrayView(bytes).sliced(skip));
-        if (decode.hasError())
+        QStringDecoder decoder(*utf16, QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom);
+        const QString decoded = decoder(QByteArrayView(bytes).sliced(skip));
+        if (decoder.hasError())
             return false;   // a lone surrogate would not survive the way back
         text = decoded.toUtf8();
     } else {
         text = bytes.mid(skip);
     }
-    if (text.contains('\0'))
-        return false;
+    work += bytes.size();
+    return !text.contains('\0');
+}
 
+bool XmpDocument::Impl::load(const QByteArray &bytes, Problem *problem)
+{
+    *problem = Problem::unreadable;
+    if (bytes.size() > kMaxBytes || !decode(bytes))
+        return false;
     if (!doc.load_buffer(text.constData(), size_t(text.size()), kParseFlags, pugi::encoding_utf8))
         return false;
 
-    // One walk over the tree: no DOCTYPE, bounded depth, and the first rdf:Description.
-    pugi::xml_node first;
-    int depth = 0;
+    // One walk over the tree, with the namespaces in scope: no DOCTYPE, bounded depth, and the
+    // first rdf:Description with the declarations around it.
+    Bindings bound;
+    std::vector<std::pair<QByteArray, std::optional<QByteArray>>> undo;   // to leave an element's scope
+    std::vector<size_t> scopes;
+    std::optional<pugi::xml_node> first;
     pugi::xml_node node = doc.first_child();
     while (node) {
-        if (node.type() == pugi::node_doctype || depth > kMaxDepth)
+        ++work;
+        if (node.type() == pugi::node_doctype || scopes.size() > size_t(kMaxDepth))
             return false;
-        if (!first && node.type() == pugi::node_element && isElement(node, kRdf, "Description"))
-            first = node;
-        if (node.first_child()) {
+        if (node.type() == pugi::node_element) {
+            scopes.push_back(undo.size());
+            Bindings own;
+            for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute(), ++work)
+                if (const auto prefix = declaredPrefix(QByteArray(a.name())))
+                    own.insert(*prefix, unescape(QByteArray(a.value())).toUtf8());
+            const QByteArray qname(node.name());
+            if (!first && localOf(qname) == "Description" && own.value(prefixOf(qname), bound.value(prefixOf(qname))) == kRdf) {
+                first = node;
+                outer = bound;
+            }
+            for (auto it = own.cbegin(); it != own.cend(); ++it) {
+                const auto was = bound.constFind(it.key());
+                undo.emplace_back(it.key(), was == bound.constEnd() ? std::nullopt : std::optional<QByteArray>(*was));
+                bound.insert(it.key(), *it);
+            }
+        }
+        if (node.type() == pugi::node_element && node.first_child()) {
             node = node.first_child();
-            ++depth;
             continue;
         }
-        while (node && !node.next_sibling()) {
+        // Leave the elements that end here.
+        for (;;) {
+            if (node.type() == pugi::node_element) {
+                for (size_t mark = scopes.back(); undo.size() > mark; undo.pop_back()) {
+                    if (undo.back().second)
+                        bound.insert(undo.back().first, *undo.back().second);
+                    else
+                        bound.remove(undo.back().first);
+                }
+                scopes.pop_back();
+            }
+            if (node.next_sibling() || !node.parent() || node.parent().type() != pugi::node_element)
+                break;
             node = node.parent();
-            --depth;
         }
-        if (node)
-            node = node.next_sibling();
+        node = node.next_sibling();
     }
     if (!first) {
         *problem = Problem::noDescription;
         return false;
     }
 
-    for (pugi::xml_node up = first.parent(); up && up.type() == pugi::node_element; up = up.parent())
-        for (pugi::xml_attribute a = up.first_attribute(); a; a = a.next_attribute()) {
-            const QByteArray name(a.name());
-            QByteArray prefix;
-            if (name.startsWith("xmlns:"))
-                prefix = name.mid(6);
-            else if (name != "xmlns")
-                continue;
-            if (!outer.contains(prefix))
-                outer.insert(prefix, unescape(QByteArray(a.value())).toUtf8());
-        }
-
-    for (pugi::xml_node n = first; n; n = n.next_sibling()) {
-        if (n.type() != pugi::node_element || !isElement(n, kRdf, "Description"))
+    for (pugi::xml_node n = *first; n; n = n.next_sibling()) {
+        ++work;
+        if (n.type() != pugi::node_element)
             continue;
-        Description d;
-        d.node = n;
-        if (!d.tag.parse(text, qsizetype(n.offset_debug()) - 1))
-            return false;
-        // The tag as taken apart must be the one the parser saw.
-        pugi::xml_attribute a = n.first_attribute();
-        for (const XmlAttribute &attr : d.tag.attrs) {
-            if (!a || attr.qname != a.name())
+        Bindings own;
+        for (pugi::xml_attribute a = n.first_attribute(); a; a = a.next_attribute(), ++work)
+            if (const auto prefix = declaredPrefix(QByteArray(a.name())))
+                own.insert(*prefix, unescape(QByteArray(a.value())).toUtf8());
+        const QByteArray qname(n.name());
+        if (localOf(qname) == "Description" && own.value(prefixOf(qname), outer.value(prefixOf(qname))) == kRdf)
+            if (!takeApart(n, own))
                 return false;
-            a = a.next_attribute();
-        }
-        if (a)
-            return false;
-        for (pugi::xml_node c = n.first_child(); c; c = c.next_sibling()) {
-            if (c.type() != pugi::node_element)
-                continue;
-            Child child;
-            child.node = c;
-            const qsizetype lt = qsizetype(c.offset_debug()) - 1;
-            if (lt < d.tag.end || text[lt] != '<')
-                return false;
-            child.end = XmlText::elementEnd(text, lt);
-            if (child.end < 0)
-                return false;
-            // The line it stands on goes with it: its indentation and the line break before it.
-            qsizetype begin = lt;
-            while (begin > d.tag.end && (text[begin - 1] == ' ' || text[begin - 1] == '\t'))
-                --begin;
-            if (begin > d.tag.end && text[begin - 1] == '\n')
-                --begin;
-            if (begin > d.tag.end && text[begin - 1] == '\r')
-                --begin;
-            child.begin = begin;
-            d.children.push_back(child);
-        }
-        descriptions.push_back(std::move(d));
     }
     *problem = Problem::none;
+    return true;
+}
+
+// A top-level description: its start tag attribute by attribute, its children's names and extents.
+bool XmpDocument::Impl::takeApart(pugi::xml_node n, Bindings own)
+{
+    Description d;
+    d.node = n;
+    d.own = std::move(own);
+    if (!d.tag.parse(text, qsizetype(n.offset_debug()) - 1))
+        return false;
+    work += d.tag.end - d.tag.begin;
+    // The tag as taken apart must be the one the parser saw.
+    pugi::xml_attribute a = n.first_attribute();
+    for (const XmlAttribute &attr : d.tag.attrs) {
+        if (!a || attr.qname != a.name())
+            return false;
+        a = a.next_attribute();
+    }
+    if (a)
+        return false;
+    for (pugi::xml_node c = n.first_child(); c; c = c.next_sibling()) {
+        ++work;
+        if (c.type() != pugi::node_element)
+            continue;
+        Child child;
+        child.node = c;
+        const QByteArray qname(c.name());
+        child.local = localOf(qname);
+        const QByteArray prefix = prefixOf(qname);
+        const QByteArray declaration = prefix.isEmpty() ? QByteArray("xmlns") : "xmlns:" + prefix;
+        if (const pugi::xml_attribute decl = c.attribute(declaration.constData()))
+            child.uri = unescape(QByteArray(decl.value())).toUtf8();
+        else
+            child.uri = resolve(d, prefix).value_or(QByteArray());
+        const qsizetype lt = qsizetype(c.offset_debug()) - 1;
+        if (lt < d.tag.end || text[lt] != '<')
+            return false;
+        child.end = XmlText::elementEnd(text, lt);
+        if (child.end < 0)
+            return false;
+        work += child.end - lt;
+        // The line it stands on goes with it: its indentation and the line break before it.
+        qsizetype begin = lt;
+        while (begin > d.tag.end && (text[begin - 1] == ' ' || text[begin - 1] == '\t'))
+            --begin;
+        if (begin > d.tag.end && text[begin - 1] == '\n')
+            --begin;
+        if (begin > d.tag.end && text[begin - 1] == '\r')
+            --begin;
+        child.begin = begin;
+        d.children.push_back(std::move(child));
+    }
+    descriptions.push_back(std::move(d));
     return true;
 }
 
@@ -316,6 +379,11 @@ std::optional<XmpDocument> XmpDocument::parse(const QByteArray &bytes, Problem *
     return XmpDocument(std::move(impl));
 }
 
+qint64 XmpDocument::work() const
+{
+    return d->work;
+}
+
 XmpDocument XmpDocument::blank()
 {
     return std::move(*parse(QByteArray(kTemplate)));
@@ -328,9 +396,11 @@ std::optional<QString> XmpDocument::value(const char *ns, const char *name) cons
         for (const XmlAttribute &a : desc.tag.attrs)
             if (d->attributeIs(desc, a, ns, local))
                 return unescape(a.raw);
-        for (const Child &c : desc.children)
-            if (!c.removed && isElement(c.node, ns, local))
+        for (const Child &c : desc.children) {
+            ++d->work;
+            if (!c.removed && c.local == local && c.uri == ns)
                 return textOf(c.node);
+        }
     }
     return std::nullopt;
 }
@@ -345,9 +415,11 @@ void XmpDocument::set(const char *ns, const char *prefix, const char *name, cons
             attrs.erase(kept, attrs.end());
             desc.tag.changed = true;
         }
-        for (Child &c : desc.children)
-            if (!c.removed && isElement(c.node, ns, local))
+        for (Child &c : desc.children) {
+            ++d->work;
+            if (c.local == local && c.uri == ns)
                 c.removed = true;
+        }
     }
     if (value.isEmpty())
         return;
