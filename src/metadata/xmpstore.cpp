@@ -50,17 +50,18 @@ void XMPStore::write(const QString &sidecar, const XmpState &state)
 
 void XMPStore::drainOnQueue()
 {
-    for (;;) {
-        QMutexLocker locker(&lock);
-        if (pendingOrder.isEmpty()) {
-            drainPosted = false;
-            return;
-        }
-        const QString sidecar = pendingOrder.takeFirst();
-        const XmpState state = pending.take(sidecar);
-        const QStringList labels = _labels;
-        locker.unlock();
-        const XmpSidecar::WriteResult r = XmpSidecar::write(sidecar, state, labels);
+    // What is waiting now; a write handed over meanwhile posts a drain of its own, so it lands
+    // after any batch queued before it.
+    QStringList order;
+    QHash<QString, XmpState> states;
+    QMutexLocker locker(&lock);
+    order.swap(pendingOrder);
+    states.swap(pending);
+    drainPosted = false;
+    const QStringList labels = _labels;
+    locker.unlock();
+    for (const QString &sidecar : std::as_const(order)) {
+        const XmpSidecar::WriteResult r = XmpSidecar::write(sidecar, states.value(sidecar), labels);
         if (!r.ok())
             emit writeFailed(r.message);
     }
