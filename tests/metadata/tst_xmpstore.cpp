@@ -118,8 +118,13 @@ void checkReadBack(const QString &path, int color, int rating, bool flag, const 
     if (!original.isEmpty() && exiv2(original).isEmpty())
         return;
     const QString px = exiv2(path);
-    QVERIFY2(px.contains(QRegularExpression(QStringLiteral("Xmp\\.xmp\\.Rating +XmpText +\\d+ +%1\n").arg(rating))), qPrintable(px));
-    QVERIFY2(px.contains(QRegularExpression(QStringLiteral("Xmp\\.photomechanic\\.ColorClass +XmpText +\\d+ +%1\n").arg(color))), qPrintable(px));
+    const auto has = [&px](const char *key, const QString &value) {
+        return px.contains(QRegularExpression(QStringLiteral("%1 +XmpText +\\d+  %2\n").arg(QRegularExpression::escape(key), value)));
+    };
+    QVERIFY2(has("Xmp.xmp.Rating", QString::number(rating)), qPrintable(px));
+    QVERIFY2(has("Xmp.xmp.Label", label), qPrintable(px));
+    QVERIFY2(has("Xmp.photomechanic.ColorClass", QString::number(color)), qPrintable(px));
+    QVERIFY2(has("Xmp.photomechanic.Tagged", flag ? QStringLiteral("True") : QStringLiteral("False")), qPrintable(px));
 }
 
 } // namespace
