@@ -7,6 +7,7 @@
 #include "receivecommand.h"
 #include "sharpnesscommand.h"
 #include "thumbscommand.h"
+#include "xmpexportcommand.h"
 
 #include <QCoreApplication>
 #include <cstring>
@@ -28,6 +29,7 @@ const Command kCommands[] = {
     {"thumbs", &thumbsCommand, "corvane thumbs [--previews] [--json] CARPETA"},
     {"sharpness", &sharpnessCommand, "corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"},
     {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},
+    {"xmp-export", &xmpExportCommand, "corvane xmp-export CARPETA"},
     {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
     {"receive", &receiveCommand, "corvane receive --to CARPETA [--port N]"},
     {"ingest", &ingestCommand,

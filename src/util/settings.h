@@ -45,6 +45,8 @@ inline constexpr int kRecentFolders = 10;
 inline const Setting<QString> startFolder{"general.startFolder", {}};           // empty: the last one
 // Marks
 inline const Setting<QString> marksStorage{"marksStorage", QStringLiteral("folderFile")};   // or "sidecar"
+// The xmp:Label texts of colours 1…5; any count but 5 means the default (XmpLabels).
+inline const Setting<QStringList> adobeLabels{"adobeLabels", {}};
 // Images
 inline const Setting<QString> previewResolution{"previewResolution", QStringLiteral("screen")};
 inline const Setting<int> prefetchAhead{"prefetchAhead", 3};
