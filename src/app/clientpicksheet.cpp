@@ -1,6 +1,7 @@
 #include "clientpicksheet.h"
 
 #include "labelcolors.h"
+#include "markglyphs.h"
 #include "thumbnailsource.h"
 
 #include "browser/appstate.h"
@@ -29,18 +30,6 @@ constexpr int kReadDelayMs = 150;
 constexpr int kIconSize = 40;
 constexpr int kMaxShownShots = 100;   // per line of several
 constexpr int kIdRole = Qt::UserRole;
-
-QIcon dotIcon(const QColor &color)
-{
-    QPixmap pm(14, 14);
-    pm.fill(Qt::transparent);
-    QPainter p(&pm);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(Qt::NoPen);
-    p.setBrush(color);
-    p.drawEllipse(QRectF(2, 2, 10, 10));
-    return QIcon(pm);
-}
 
 QLabel *quiet(const QString &text, QWidget *parent)
 {
@@ -116,7 +105,7 @@ ClientPickSheet::ClientPickSheet(AppState &state, ThumbnailSource *thumbnails, Q
     // Bottom: what to do with them.
     _color = new QComboBox(this);
     for (int n = 1; n <= LabelColors::kCount; ++n)
-        _color->addItem(dotIcon(LabelColors::color(n)), LabelColors::name(n), n);
+        _color->addItem(MarkGlyphs::colorDot(LabelColors::color(n)), LabelColors::name(n), n);
     _selectThem = new QCheckBox(QStringLiteral("Seleccionarlas"), this);
     _selectThem->setChecked(true);
     _filterThem = new QCheckBox(QStringLiteral("Mostrar solo estas"), this);

@@ -9,6 +9,7 @@
 #include "importwindow.h"
 #include "infopanel.h"
 #include "labelcolors.h"
+#include "markglyphs.h"
 #include "pipelinethumbnailsource.h"
 #include "settingsdialog.h"
 #include "shortcutsdialog.h"
@@ -56,18 +57,6 @@
 
 namespace {
 constexpr int kThumbStep = 32;
-
-QIcon dotIcon(const QColor &color)
-{
-    QPixmap pm(14, 14);
-    pm.fill(Qt::transparent);
-    QPainter p(&pm);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(Qt::NoPen);
-    p.setBrush(color);
-    p.drawEllipse(QRectF(2, 2, 10, 10));
-    return QIcon(pm);
-}
 
 bool isNavigationKey(int key)
 {
@@ -268,7 +257,7 @@ void MainWindow::buildActions()
     for (int n = 0; n <= LabelColors::kCount; ++n) {
         QAction *a = _actions.value(QStringLiteral("color%1").arg(n));
         if (n > 0)
-            a->setIcon(dotIcon(LabelColors::color(n)));
+            a->setIcon(MarkGlyphs::colorDot(LabelColors::color(n)));
         connect(a, &QAction::triggered, this, mark([this, n] { _state.applyColorKey(n); }));
     }
     for (int n = 0; n <= 5; ++n)

@@ -1,5 +1,8 @@
 #include "markglyphs.h"
 
+#include <QIcon>
+#include <QPixmap>
+
 #include "model/filekinds.h"
 #include "model/photo.h"
 
@@ -34,6 +37,18 @@ QSizeF uprightAspect(const Photo &p)
     return s;
 }
 
+QIcon colorDot(const QColor &color)
+{
+    QPixmap pm(14, 14);
+    pm.fill(Qt::transparent);
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(Qt::NoPen);
+    p.setBrush(color);
+    p.drawEllipse(QRectF(2, 2, 10, 10));
+    return QIcon(pm);
+}
+
 QRectF paintKindTile(QPainter &painter, const QRectF &area, const Photo &p, qreal fontPixels)
 {
     QSizeF tile = uprightAspect(p);
@@ -42,23 +57,11 @@ QRectF paintKindTile(QPainter &painter, const QRectF &area, const Photo &p, qrea
 
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
-    if (p.damaged()) {
-        // Distinct from the grey tile of a shot still loading: a failed write must not pass for
-        // a healthy file.
-        painter.setPen(QPen(QColor(0x8a, 0x3a, 0x3f), 1));
-        painter.setBrush(QColor(0x3a, 0x22, 0x24));
-        painter.drawRoundedRect(r.adjusted(0.5, 0.5, -0.5, -0.5), 3, 3);
-        QFont f = painter.font();
-        f.setPixelSize(qMax(8, qRound(fontPixels)));
-        f.setBold(true);
-        painter.setFont(f);
-        painter.setPen(QColor(0xe0, 0x78, 0x7c));
-        painter.drawText(r, Qt::AlignCenter, QStringLiteral("dañada"));
-        painter.restore();
-        return r;
-    }
-    painter.setPen(QPen(QColor(0x4a, 0x4a, 0x4a), 1));
-    painter.setBrush(QColor(0x34, 0x34, 0x34));
+    // A damaged shot says so in red, distinct from the grey tile of a shot still loading: a failed
+    // write must not pass for a healthy file.
+    const bool damaged = p.damaged();
+    painter.setPen(QPen(damaged ? QColor(0x8a, 0x3a, 0x3f) : QColor(0x4a, 0x4a, 0x4a), 1));
+    painter.setBrush(damaged ? QColor(0x3a, 0x22, 0x24) : QColor(0x34, 0x34, 0x34));
     painter.drawRoundedRect(r.adjusted(0.5, 0.5, -0.5, -0.5), 3, 3);
 
     QFont f = painter.font();
@@ -66,7 +69,12 @@ QRectF paintKindTile(QPainter &painter, const QRectF &area, const Photo &p, qrea
     f.setBold(true);
     f.setLetterSpacing(QFont::PercentageSpacing, 108);
     painter.setFont(f);
-    painter.setPen(QColor(0x8c, 0x8c, 0x8c));
+    painter.setPen(damaged ? QColor(0xe0, 0x78, 0x7c) : QColor(0x8c, 0x8c, 0x8c));
+    if (damaged) {
+        painter.drawText(r, Qt::AlignCenter, QStringLiteral("dañada"));
+        painter.restore();
+        return r;
+    }
     const QString label = kindLabel(p);
     if (isVideo(p)) {
         // A play triangle above the word.

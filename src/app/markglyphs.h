@@ -7,6 +7,7 @@
 
 class Photo;
 class QColor;
+class QIcon;
 class QPainter;
 
 namespace MarkGlyphs {
@@ -26,6 +27,8 @@ qreal paintStars(QPainter &painter, const QPointF &topLeft, int rating, qreal si
 void paintFlagBox(QPainter &painter, const QRectF &box, bool checked);
 // A quarter-turn arrow with the angle ("90°") at `topLeft`; returns the width used.
 qreal paintRotation(QPainter &painter, const QPointF &topLeft, int quarterTurns, qreal height, const QColor &color);
+// A colour label's dot, for menus and lists.
+QIcon colorDot(const QColor &color);
 // A folder drawn in `area`.
 void paintFolder(QPainter &painter, const QRectF &area);
 
