@@ -76,14 +76,26 @@ int receiveCommand(const QStringList &args)
         }
         out(text);
     });
+    // A refused upload is worth a line of its own: the camera may show it as sent.
+    int refusedShown = 0;
+    const auto refusals = QObject::connect(&hub, &CameraHub::changed, &hub, [&] {
+        if (hub.refused() == refusedShown)
+            return;
+        refusedShown = hub.refused();
+        err(QStringLiteral("Rechazada: %1").arg(hub.lastRefusal()));
+    });
     // Through the event loop, so the receiver closes its sessions and removes unfinished files.
     QuitSignals::install();
     hub.setWifiOn(true);
     if (status == 0 && hub.wifiOn())
         QCoreApplication::exec();
     QObject::disconnect(printing);
+    QObject::disconnect(refusals);
     hub.setWifiOn(false);
-    if (status == 0)
+    if (status == 0) {
         out(QStringLiteral("Recibidas en esta sesión: %1").arg(hub.received()));
+        if (hub.refused() > 0)
+            out(QStringLiteral("Rechazadas en esta sesión: %1").arg(hub.refused()));
+    }
     return status;
 }

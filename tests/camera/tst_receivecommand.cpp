@@ -80,13 +80,22 @@ private slots:
         }, 10000));
         QVERIFY(out.contains("Cámara conectada desde 127.0.0.1."));
         QVERIFY(QFile::exists(dest.filePath("IMG_0001.JPG")));
+        // A cut JPEG is refused, and the terminal says so with the reason.
+        const QString cut = TestEnv::touch(src.filePath("IMG_0002.JPG"), QByteArray("\xFF\xD8\xFF\xFE\x00\x04xx", 8) + QByteArray(3000, 'i'));
+        QVERIFY(QProcess::execute("curl", {"-sS", "-T", cut, url}) != 0);
+        QString errors;
+        QVERIFY(QTest::qWaitFor([&] {
+            p.waitForReadyRead(100);
+            errors += QString::fromUtf8(p.readAllStandardError());
+            return errors.contains("Rechazada: IMG_0002.JPG: imagen incompleta");
+        }, 10000));
 
         ::kill(pid_t(p.processId()), SIGINT);
         QVERIFY(p.waitForFinished(10000));
         QCOMPARE(p.exitStatus(), QProcess::NormalExit);
         QCOMPARE(p.exitCode(), 0);
         out += QString::fromUtf8(p.readAllStandardOutput());
-        QVERIFY(out.endsWith("Recibidas en esta sesión: 1\n"));
+        QVERIFY(out.endsWith("Recibidas en esta sesión: 1\nRechazadas en esta sesión: 1\n"));
         // The port was not remembered: it was for this run only.
         QVERIFY(!QSettings().contains("cam.ftpPort"));
     }
