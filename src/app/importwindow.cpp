@@ -3,6 +3,7 @@
 #include "importchoicespage.h"
 #include "importlabels.h"
 #include "importprogresspage.h"
+#include "question.h"
 #include "importsummarypage.h"
 
 #include "ingest/ingestphase.h"
@@ -11,7 +12,6 @@
 #include <QCloseEvent>
 #include <QFileInfo>
 #include <QLabel>
-#include <QMessageBox>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -128,10 +128,8 @@ void ImportWindow::showEvent(QShowEvent *event)
 void ImportWindow::closeEvent(QCloseEvent *event)
 {
     if (_runner->busy()) {
-        const auto answer = QMessageBox::question(
-            this, kTitle, QStringLiteral("Hay una importación en marcha. ¿Quieres cancelarla?"),
-            QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
-        if (answer != QMessageBox::Yes) {
+        if (!askQuestion(this, kTitle, QStringLiteral("Hay una importación en marcha. ¿Quieres cancelarla?"),
+                         QStringLiteral("Cancelar la importación"), QStringLiteral("Seguir importando"))) {
             event->ignore();
             return;
         }

@@ -3,6 +3,7 @@
 #include "camerawindow.h"
 #include "clientpicksheet.h"
 #include "emptystate.h"
+#include "question.h"
 #include "filterbar.h"
 #include "gridmodel.h"
 #include "gridview.h"
@@ -812,11 +813,9 @@ void MainWindow::closeEvent(QCloseEvent *event)
     }
     // Nor is reception: a camera still sending would find nobody there.
     if (_session.hasCameraHub() && _session.cameraHub().wifiOn()) {
-        const auto answer = QMessageBox::question(
-            this, QStringLiteral("Cámara"),
-            QStringLiteral("Corvane está recibiendo imágenes de la cámara por wifi. Si sales, dejará de recibirlas. ¿Quieres salir?"),
-            QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
-        if (answer != QMessageBox::Yes) {
+        if (!askQuestion(this, QStringLiteral("Cámara"),
+                         QStringLiteral("Corvane está recibiendo imágenes de la cámara por wifi. Si sales, dejará de recibirlas. ¿Quieres salir?"),
+                         QStringLiteral("Salir"), QStringLiteral("Seguir recibiendo"))) {
             event->ignore();
             return;
         }

@@ -25,14 +25,16 @@ using CameraTest::Browser;
 using CameraTest::jpegBytes;
 
 namespace {
-// Clicks `button` on the question box that is about to come up.
-void answer(QMessageBox::StandardButton button)
+// Clicks `button` on the question box that is about to come up; `text` gets the button's text.
+void answer(QMessageBox::StandardButton button, QString *text = nullptr)
 {
     auto *poll = new QTimer;
     poll->setInterval(10);
-    QObject::connect(poll, &QTimer::timeout, poll, [poll, button] {
+    QObject::connect(poll, &QTimer::timeout, poll, [poll, button, text] {
         if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
             poll->deleteLater();
+            if (text)
+                *text = box->button(button)->text();
             box->button(button)->click();
         }
     });
@@ -150,11 +152,14 @@ private slots:
             QVERIFY(cw->refusedLabel()->isVisible());
             QCOMPARE(cw->receivedLabel()->text(), QStringLiteral("0"));
             // Quitting while receiving asks first; "No" keeps Corvane and the reception.
-            answer(QMessageBox::No);
+            QString stay, leave;
+            answer(QMessageBox::No, &stay);
             QVERIFY(!window.close());
             QVERIFY(hub.wifiOn());
-            answer(QMessageBox::Yes);
+            answer(QMessageBox::Yes, &leave);
             QVERIFY(window.close());
+            QCOMPARE(stay, QStringLiteral("Seguir recibiendo"));
+            QCOMPARE(leave, QStringLiteral("Salir"));
         }
         // The next start receives again, into the same folder.
         Browser b;
