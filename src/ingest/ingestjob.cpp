@@ -500,10 +500,14 @@ IngestReport IngestJob::run()
         return finish();
 
     // Parts left by a killed run anywhere in the trees this run writes into, not only in the
-    // folders it writes this time (the killed run may have had other dates or sessions).
+    // folders it writes this time (the killed run may have had other dates or sessions): every
+    // folder at the depths this run's structure writes at, and no deeper.
+    int depth = 0;
+    for (const PlannedFile &f : r.plan.files)
+        depth = std::max(depth, int(f.relPath.count(QLatin1Char('/'))));
     for (int d = 0; d < roots.size(); ++d)
         if (usable[d])
-            PartFiles::removeStaleBelow(roots[d]);
+            PartFiles::removeStaleBelow(roots[d], depth);
 
     QSet<QString> keys(r.plan.presentKeys.begin(), r.plan.presentKeys.end());
     if (!r.plan.files.isEmpty()) {

@@ -3,7 +3,6 @@
 #include "uniquefd.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 
 #include <fcntl.h>
@@ -41,12 +40,14 @@ int removeStale(const QString &folder)
     return removed;
 }
 
-int removeStaleBelow(const QString &root)
+int removeStaleBelow(const QString &root, int depth)
 {
     int removed = removeStale(root);
-    QDirIterator it(root, QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        removed += removeStale(it.next());
+    if (depth <= 0)
+        return removed;
+    const QStringList children = QDir(root).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks | QDir::Hidden);
+    for (const QString &child : children)
+        removed += removeStaleBelow(root + QLatin1Char('/') + child, depth - 1);
     return removed;
 }
 

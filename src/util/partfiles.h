@@ -12,7 +12,9 @@ bool isPartName(const QString &name);
 void hold(int fd);
 // Removes the part files nobody holds in `folder`; returns how many.
 int removeStale(const QString &folder);
-// The same in `root` and every folder below it (symbolic links are not followed).
-int removeStaleBelow(const QString &root);
+// The same in `root` and every folder below it down to `depth` levels (symbolic links are not
+// followed). The depth keeps the walk to the folders a writer could have used: a destination root
+// can hold years of archive that need not be read.
+int removeStaleBelow(const QString &root, int depth);
 
 } // namespace PartFiles

@@ -333,6 +333,8 @@ private slots:
         const QString busy = TestCard::write(a, "2024/2024-05-18/.corvane-0b6e1f7e-0000-4000-8000-000000000003.part", "busy");
         // Left in a folder this run does not write to (another day, another session).
         const QString stale3 = TestCard::write(a, "2023/2023-01-02 Otra/.corvane-0b6e1f7e-0000-4000-8000-000000000004.part", "half");
+        // Deeper than this structure writes: an archive below the root is not walked.
+        TestCard::write(a, "2023/2023-01-02 Otra/editadas/.corvane-0b6e1f7e-0000-4000-8000-000000000005.part", "half");
         const int fd = ::open(QFile::encodeName(busy).constData(), O_RDONLY);
         QCOMPARE(::flock(fd, LOCK_EX), 0);
         IngestRequest req = request(card, a);
@@ -344,7 +346,8 @@ private slots:
         QVERIFY(!QFile::exists(stale2));
         QVERIFY(!QFile::exists(stale3));
         QVERIFY(QFile::exists(busy));
-        QCOMPARE(TestCard::parts(a), QStringList{"2024/2024-05-18/.corvane-0b6e1f7e-0000-4000-8000-000000000003.part"});
+        QCOMPARE(TestCard::parts(a), (QStringList{"2023/2023-01-02 Otra/editadas/.corvane-0b6e1f7e-0000-4000-8000-000000000005.part",
+                                                  "2024/2024-05-18/.corvane-0b6e1f7e-0000-4000-8000-000000000003.part"}));
     }
 
     void aRefusingDiskFailsAloneAndTheCardStays()
