@@ -24,6 +24,8 @@
 #include "camera/camerahub.h"
 #include "imaging/imagepipeline.h"
 #include "marks/marksstore.h"
+#include "metadata/xmplabels.h"
+#include "metadata/xmpstore.h"
 #include "util/settings.h"
 #include "browser/appstate.h"
 #include "browser/browsersession.h"
@@ -42,6 +44,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QProgressDialog>
 #include <QMimeData>
 #include <QPainter>
 #include <QPlainTextEdit>
@@ -253,6 +256,7 @@ void MainWindow::buildActions()
     });
     on("settings", &MainWindow::showSettings);
     on("clientPick", &MainWindow::showClientPick);
+    on("exportXmp", &MainWindow::exportSidecars);
 
     // Marcas. The same key again removes the mark; AppState decides that.
     for (int n = 0; n <= LabelColors::kCount; ++n) {
@@ -736,6 +740,8 @@ void MainWindow::showSettings()
         _settings->setAttribute(Qt::WA_DeleteOnClose);
         connect(_settings, &SettingsDialog::previewSettingsChanged, _single, &SingleView::refresh);
         connect(_settings, &SettingsDialog::cachesEmptied, this, &MainWindow::afterCachesEmptied);
+        connect(_settings, &SettingsDialog::exportRequested, this, &MainWindow::exportSidecars);
+        connect(_settings, &SettingsDialog::labelsChanged, this, [this] { _session.sidecars().setLabels(XmpLabels::userLabels()); });
     }
     _settings->show();
     _settings->raise();
@@ -776,6 +782,39 @@ void MainWindow::showClientPick()
     _clientPick->open();
     _clientPick->raise();
     _clientPick->activateWindow();
+}
+
+void MainWindow::exportSidecars()
+{
+    const auto [batch, total] = _state.exportSidecars();
+    if (total == 0) {
+        _state.toast(QStringLiteral("Ninguna imagen de esta carpeta tiene marcas que exportar."));
+        return;
+    }
+    auto *progress = new QProgressDialog(QStringLiteral("Exportando marcas a XMP…"), QString(), 0, total, this);
+    progress->setObjectName(QStringLiteral("exportXmpProgress"));
+    progress->setWindowTitle(QStringLiteral("Exportar a XMP"));
+    progress->setWindowModality(Qt::NonModal);
+    progress->setMinimumDuration(400);
+    progress->setAutoClose(false);
+    progress->setAutoReset(false);
+    XMPStore &store = _session.sidecars();
+    connect(&store, &XMPStore::batchProgress, progress, [progress, batch](quint64 b, int done, int) {
+        if (b == batch)
+            progress->setValue(done);
+    });
+    connect(&store, &XMPStore::batchFinished, progress, [this, progress, batch](quint64 b, int written, int failed) {
+        if (b != batch)
+            return;
+        progress->deleteLater();
+        const QString done = written == 1 ? QStringLiteral("Marcas de 1 imagen exportadas a XMP.")
+                                          : QStringLiteral("Marcas de %1 imágenes exportadas a XMP.").arg(written);
+        if (failed == 0)
+            _state.toast(done);
+        else
+            _state.toast(QStringLiteral("%1 %2 .xmp no se pudieron escribir: revisa que la carpeta admita cambios.")
+                             .arg(written ? done : QString()).arg(failed).trimmed(), true);
+    });
 }
 
 // ----- Events
@@ -824,6 +863,7 @@ void MainWindow::closeEvent(QCloseEvent *event)
     Settings::uiSplitter.set(_splitter->saveState());
     // What was marked a moment ago is on disk before the window goes.
     _store.flush();
+    _session.sidecars().flush();
     QMainWindow::closeEvent(event);
 }
 

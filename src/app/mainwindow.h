@@ -73,6 +73,7 @@ public slots:
     void showImport();   // "Importar imágenes…" (Ctrl+I)
     void showCamera();   // "Cámara…": live reception; the hub keeps receiving when it closes
     void showClientPick();   // "Selección del cliente…"
+    void exportSidecars();   // "Exportar marcas de la carpeta actual a XMP", with progress
     CameraHub &cameraHub();   // the session's, made on first use
 
 protected:

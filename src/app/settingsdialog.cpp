@@ -2,6 +2,8 @@
 #include "util/settings.h"
 
 #include "datasize.h"
+#include "markssettingspage.h"
+#include "settingstext.h"
 
 #include "camera/camerahub.h"
 #include "imaging/diskimagecache.h"
@@ -26,26 +28,8 @@
 #include <QVBoxLayout>
 #include <QtConcurrent>
 
-namespace {
-
-QLabel *explanation(const QString &text, QWidget *parent, int indent = 0)
-{
-    auto *l = new QLabel(text, parent);
-    l->setWordWrap(true);
-    l->setForegroundRole(QPalette::PlaceholderText);
-    l->setContentsMargins(indent, 0, 0, 0);
-    return l;
-}
-
-QLabel *heading(const QString &text, QWidget *parent)
-{
-    auto *l = new QLabel(text, parent);
-    QFont f = l->font();
-    f.setBold(true);
-    l->setFont(f);
-    return l;
-}
-} // namespace
+using SettingsText::explanation;
+using SettingsText::heading;
 
 SettingsDialog::SettingsDialog(AppState &state, CameraHub *hub, QWidget *parent)
     : QDialog(parent)
@@ -161,39 +145,10 @@ QWidget *SettingsDialog::generalPage()
 
 QWidget *SettingsDialog::marksPage()
 {
-    auto *page = new QWidget(this);
-    auto *layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(heading(QStringLiteral("Guardar marcas en"), page));
-
-    _folderFile = new QRadioButton(QStringLiteral("Un archivo por carpeta (.corvane.json)"), page);
-    _folderFile->setObjectName(QStringLiteral("storageFolderFile"));
-    _sidecar = new QRadioButton(QStringLiteral("Un .xmp junto a cada imagen"), page);
-    _sidecar->setObjectName(QStringLiteral("storageSidecar"));
-    auto *group = new QButtonGroup(page);
-    group->addButton(_folderFile);
-    group->addButton(_sidecar);
-
-    layout->addWidget(_folderFile);
-    layout->addWidget(explanation(
-        QStringLiteral("Un solo archivo oculto por carpeta con todas las marcas: lo más rápido y no llena la carpeta "
-                       "de archivos. Lightroom y Bridge no lo leen; para ellos usa «Exportar a XMP»."),
-        page, 22));
-    layout->addSpacing(8);
-    layout->addWidget(_sidecar);
-    layout->addWidget(explanation(
-        QStringLiteral("Un .xmp junto a cada imagen: Lightroom, Bridge y Photo Mechanic lo leen directamente."), page, 22));
-
-    // The sidecar writer is not in this build yet: the choice is shown, not offered.
-    _sidecar->setEnabled(false);
-    _sidecar->setToolTip(QStringLiteral("Próximamente"));
-    const bool sidecar = Settings::marksStorage.get() == QLatin1String("sidecar");
-    (sidecar ? _sidecar : _folderFile)->setChecked(true);
-    connect(_folderFile, &QRadioButton::toggled, this, [](bool on) {
-        Settings::marksStorage.set(on ? QStringLiteral("folderFile") : QStringLiteral("sidecar"));
-    });
-    layout->addStretch(1);
-    return page;
+    _marks = new MarksSettingsPage(_state, this);
+    connect(_marks, &MarksSettingsPage::exportRequested, this, &SettingsDialog::exportRequested);
+    connect(_marks, &MarksSettingsPage::labelsChanged, this, &SettingsDialog::labelsChanged);
+    return _marks;
 }
 
 QWidget *SettingsDialog::imagePage()

@@ -6,6 +6,7 @@
 
 class AppState;
 class CameraHub;
+class MarksSettingsPage;
 class QCheckBox;
 class QComboBox;
 class QLabel;
@@ -28,8 +29,7 @@ public:
     void showPage(const QString &title);
 
     QCheckBox *autoAdvanceBox() const { return _autoAdvance; }
-    QRadioButton *folderFileRadio() const { return _folderFile; }
-    QRadioButton *sidecarRadio() const { return _sidecar; }
+    MarksSettingsPage *marksPageWidget() const { return _marks; }
     QComboBox *sensitivityCombo() const { return _sensitivity; }
     QComboBox *previewResolutionCombo() const { return _previewResolution; }
     QSpinBox *prefetchAheadSpin() const { return _prefetchAhead; }
@@ -44,6 +44,8 @@ signals:
     void previewSettingsChanged();   // resolution or prefetch distance
     void cachesEmptied();            // both disk caches are empty now; memory is the window's
     void cacheSizesShown();          // the sizes line was filled in
+    void exportRequested();          // "Exportar marcas de la carpeta actual a XMP"
+    void labelsChanged();            // the texts written for the colours
 
 private:
     QWidget *generalPage();
@@ -63,8 +65,7 @@ private:
     QRadioButton *_startLast = nullptr;
     QRadioButton *_startFixed = nullptr;
     QLineEdit *_startFolder = nullptr;
-    QRadioButton *_folderFile = nullptr;
-    QRadioButton *_sidecar = nullptr;
+    MarksSettingsPage *_marks = nullptr;
     QComboBox *_sensitivity = nullptr;
     QComboBox *_previewResolution = nullptr;
     QSpinBox *_prefetchAhead = nullptr;

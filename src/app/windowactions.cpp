@@ -33,7 +33,7 @@ QList<WindowAction> build()
     t += {QStringLiteral("flag"), QStringLiteral("Bandera"), key(Qt::Key_T)};
     t += {QStringLiteral("rotateLeft"), QStringLiteral("Girar a la izquierda"), key(Qt::Key_BracketLeft)};
     t += {QStringLiteral("rotateRight"), QStringLiteral("Girar a la derecha"), key(Qt::Key_BracketRight)};
-    t += {QStringLiteral("exportXmp"), QStringLiteral("Exportar marcas de la carpeta actual a XMP"), {}, {}, false, true};
+    t += {QStringLiteral("exportXmp"), QStringLiteral("Exportar marcas de la carpeta actual a XMP")};
     // Ver
     t += {QStringLiteral("viewGrid"), QStringLiteral("Cuadrícula"), {}, {}, true};
     t += {QStringLiteral("viewSingle"), QStringLiteral("Imagen"), {}, {}, true};

@@ -9,6 +9,9 @@
 #include "marks/legacyxattr.h"
 #include "marks/marks.h"
 #include "marks/marksbook.h"
+#include "metadata/sidecarmarks.h"
+#include "metadata/xmpstore.h"
+#include "model/orientation.h"
 #include "marks/marksfile.h"
 #include "metadata/metareader.h"
 #include "util/settings.h"
@@ -46,6 +49,7 @@ AppState::AppState(MarksBook &book, QObject *parent)
     _sortKey = sortKeyFromString(Settings::sortKey.get());
     _sortAscending = Settings::sortAscending.get();
     _sensitivity = currentSharpSensitivity();
+    _storage = MarksStorageSetting::get();
 
     connect(_metaReader, &MetaReader::metaReady, this, &AppState::applyMeta);
     connect(_metaReader, &MetaReader::finished, this, [this](quint64 gen) {
@@ -210,6 +214,7 @@ void AppState::applyScan(quint64 gen, const FolderLoader::Result &result)
     _metaReader->start(jobs, _generation);
     if (!unmarked.isEmpty())
         _xattr->read(unmarked, _generation);
+    readSidecars();
     if (!_recursive && !_accessDenied && !_folderMissing)
         watchFolder();
     if (!_accessDenied && !_folderMissing)
@@ -529,8 +534,120 @@ void AppState::persistMarks(const QList<Photo *> &changed)
     }
     for (const QString &dir : std::as_const(folders))
         _book.persist(dir);
+    if (_storage == MarksStorage::sidecar)
+        for (const Photo *p : changed)
+            writeSidecar(*p);
     emit photosUpdated(ids);
     rebuildVisible();
+}
+
+// ----- Sidecars
+
+void AppState::useSidecars(XMPStore &store)
+{
+    _xmp = &store;
+    connect(_xmp, &XMPStore::sidecarsRead, this, &AppState::applySidecars);
+    connect(_xmp, &XMPStore::writeFailed, this, [this](const QString &) {
+        toast(QStringLiteral("No se pudo guardar un .xmp: revisa que la carpeta admita cambios."), true);
+    });
+    if (!_folder.isEmpty() && !_loading)
+        readSidecars();
+}
+
+void AppState::readSidecars()
+{
+    _sidecarReads.clear();
+    if (!_xmp || _xmpKeys.isEmpty())
+        return;
+    for (const PhotoPtr &p : std::as_const(_photos)) {
+        // In the folder-file mode a sidecar only speaks for a shot the folder file leaves unmarked.
+        if (_storage == MarksStorage::folderFile && _book.marksFor(p->url()))
+            continue;
+        const QString sidecar = SidecarMarks::sidecarToRead(p->url(), p->sidecarURL(), _xmpKeys);
+        if (!sidecar.isEmpty())
+            _sidecarReads.insert(sidecar, p->id);
+    }
+    if (!_sidecarReads.isEmpty())
+        _xmp->read(_sidecarReads.keys(), _generation);
+}
+
+void AppState::applySidecars(quint64 gen, const QHash<QString, XmpState> &states)
+{
+    if (gen != _generation)
+        return;
+    // Applied as read, never written back: the folder file and the sidecars stay as they are
+    // until the user changes a mark.
+    QList<QUuid> ids;
+    for (auto it = states.cbegin(); it != states.cend(); ++it) {
+        Photo *p = photo(_sidecarReads.value(it.key()));
+        if (!p)
+            continue;
+        const std::optional<Marks> record = _book.marksFor(p->url());
+        if (_storage == MarksStorage::folderFile && record)
+            continue;   // marked here meanwhile
+        const SidecarMarks::Resolved r = SidecarMarks::resolve(_storage, record, it.value());
+        if (r.source != SidecarMarks::Source::sidecar || Marks::fromPhoto(*p) == *r.marks)
+            continue;
+        r.marks->applyTo(*p);
+        ids.append(p->id);
+    }
+    if (ids.isEmpty())
+        return;
+    emit photosUpdated(ids);
+    rebuildVisible();
+}
+
+void AppState::writeSidecar(const Photo &p)
+{
+    if (!_xmp)
+        return;
+    XmpState state = SidecarMarks::stateOf(Marks::fromPhoto(p));
+    if (p.meta())
+        state.orientation = Orientation::turned(p.meta()->orientation, state.rotation);
+    _xmp->write(p.sidecarURL(), state, p.url());
+    _xmpKeys.insert(FolderScanner::groupingKey(p.sidecarURL()));
+}
+
+void AppState::setMarksStorage(MarksStorage storage)
+{
+    MarksStorageSetting::set(storage);
+    if (storage == _storage)
+        return;
+    _storage = storage;
+    // Nothing is lost in the switch: the open folder's marks are written the new way.
+    if (storage == MarksStorage::sidecar) {
+        for (const PhotoPtr &p : std::as_const(_photos))
+            if (!Marks::fromPhoto(*p).isEmpty() || hasSidecar(*p))
+                writeSidecar(*p);
+    } else {
+        QSet<QString> folders;
+        for (const PhotoPtr &p : std::as_const(_photos)) {
+            _book.set(p->url(), Marks::fromPhoto(*p), false);
+            folders.insert(p->dirPath);
+        }
+        for (const QString &dir : std::as_const(folders))
+            _book.persist(dir);
+    }
+}
+
+std::pair<quint64, int> AppState::exportSidecars()
+{
+    if (!_xmp)
+        return {0, 0};
+    QList<XMPStore::Job> jobs;
+    for (const PhotoPtr &p : std::as_const(_photos)) {
+        const Marks m = Marks::fromPhoto(*p);
+        if (m.isEmpty())
+            continue;
+        XmpState state = SidecarMarks::stateOf(m);
+        if (p->meta())
+            state.orientation = Orientation::turned(p->meta()->orientation, state.rotation);
+        jobs.append({p->sidecarURL(), state, p->url()});
+        _xmpKeys.insert(FolderScanner::groupingKey(p->sidecarURL()));
+    }
+    if (jobs.isEmpty())
+        return {0, 0};
+    return {_xmp->writeAll(jobs), int(jobs.size())};
 }
 
 bool AppState::autoAdvance() const

@@ -7,6 +7,8 @@
 #include "folderloader.h"
 
 #include "marks/markshistory.h"
+#include "marks/marksstorage.h"
+#include "metadata/xmpstate.h"
 #include "model/photo.h"
 #include "model/photofilter.h"
 #include "model/sharpverdict.h"
@@ -30,6 +32,7 @@ class LegacyXattrReader;
 class MarksBook;
 class MarksFileWatcher;
 class MetaReader;
+class XMPStore;
 struct Marks;
 
 class AppState : public QObject
@@ -136,6 +139,16 @@ public:
     // Whether a sidecar (.xmp) exists for the shot.
     bool hasSidecar(const Photo &p) const;
 
+    // ----- Sidecars
+    // The sidecar writer and reader; without it marks live in the folder files only.
+    void useSidecars(XMPStore &store);
+    MarksStorage marksStorage() const { return _storage; }
+    // Changes the storage mode (and the setting), writing the open folder's marks in the new mode.
+    void setMarksStorage(MarksStorage storage);
+    // Writes the sidecar of every marked shot of the open folder, whatever the mode. Returns the
+    // XMPStore batch and the number of sidecars (0 and 0 when no shot is marked).
+    std::pair<quint64, int> exportSidecars();
+
 signals:
     void folderChanged();                      // a new load began; lists are empty
     void loaded();                             // the scan was applied
@@ -157,6 +170,9 @@ private:
     void applyScan(quint64 generation, const FolderLoader::Result &result);
     void applyMeta(quint64 generation, const QList<QPair<QUuid, std::optional<PhotoMeta>>> &batch);
     void applyLegacyMarks(quint64 generation, const QHash<QString, Marks> &marksByFile);
+    void readSidecars();
+    void applySidecars(quint64 generation, const QHash<QString, XmpState> &states);
+    void writeSidecar(const Photo &p);
     void rebuildVisible(bool keepCurrent = true);
     void resort();
     void persistMarks(const QList<Photo *> &changed);
@@ -173,6 +189,9 @@ private:
     LegacyXattrReader *_xattr;
     MarksFileWatcher *_marksWatcher;
     MarksHistory _history;
+    XMPStore *_xmp = nullptr;
+    MarksStorage _storage = MarksStorage::folderFile;
+    QHash<QString, QUuid> _sidecarReads;   // sidecar being read → its shot, for this generation
 
     QString _folder;
     bool _recursive = false;

@@ -7,16 +7,19 @@
 #include "imaging/imagepipeline.h"
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
+#include "metadata/xmpstore.h"
 
 #include <QtConcurrent>
 
 BrowserSession::BrowserSession(QObject *parent, int sharpnessWidth, SharpnessCache *cache)
     : QObject(parent)
     , _store(std::make_unique<MarksStore>())
+    , _xmp(std::make_unique<XMPStore>())
     , _book(std::make_unique<MarksBook>(_store.get()))
     , _state(std::make_unique<AppState>(*_book))
     , _analyzer(new SharpnessAnalyzer(this, sharpnessWidth, cache))
 {
+    _state->useSidecars(*_xmp);
     // Every shot of the open folder is scored in the background; a new folder drops the old work.
     connect(_analyzer, &SharpnessAnalyzer::measured, _state.get(), &AppState::applySharpness);
     // The scoring decodes every shot of the folder: what it cannot read is damaged.

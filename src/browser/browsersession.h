@@ -1,6 +1,6 @@
 #pragma once
 // The browser's long-lived services, built once and wired together: the marks store and book, the
-// browser state, background sharpness scoring of the open folder, the image pipeline tuned to each
+// sidecar store, the browser state, background sharpness scoring of the open folder, the image pipeline tuned to each
 // folder's disk, and files arriving from the camera hub grouped into the open folder. The window
 // and the headless tests build one and only connect to it. GUI thread only.
 #include "imaging/diskkind.h"
@@ -16,6 +16,7 @@ class MarksBook;
 class MarksStore;
 class SharpnessAnalyzer;
 class SharpnessCache;
+class XMPStore;
 
 class BrowserSession : public QObject
 {
@@ -28,6 +29,7 @@ public:
     AppState &state() { return *_state; }
     MarksStore &store() { return *_store; }
     MarksBook &book() { return *_book; }
+    XMPStore &sidecars() { return *_xmp; }
     SharpnessAnalyzer &analyzer() { return *_analyzer; }
 
     // Tunes `pipeline` to the disk of every folder opened from now on (and of the open one).
@@ -51,6 +53,7 @@ private:
     // Declared in the order they depend on each other: the state writes through the book, the
     // book through the store.
     std::unique_ptr<MarksStore> _store;
+    std::unique_ptr<XMPStore> _xmp;
     std::unique_ptr<MarksBook> _book;
     std::unique_ptr<AppState> _state;
     SharpnessAnalyzer *_analyzer;

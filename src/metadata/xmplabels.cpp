@@ -1,5 +1,6 @@
 #include "xmplabels.h"
 
+#include "model/colorlabel.h"
 #include "util/settings.h"
 
 namespace XmpLabels {
@@ -15,8 +16,9 @@ QStringList usable(const QStringList &list)
 const QList<Preset> &presets()
 {
     static const QList<Preset> list = {
+        // The window's own names of colours 1…5.
         {QStringLiteral("Lightroom en español"),
-         {QStringLiteral("Rojo"), QStringLiteral("Amarillo"), QStringLiteral("Verde"), QStringLiteral("Azul"), QStringLiteral("Morado")}},
+         {ColorLabel::name(1), ColorLabel::name(2), ColorLabel::name(3), ColorLabel::name(4), ColorLabel::name(5)}},
         {QStringLiteral("Lightroom en inglés"),
          {QStringLiteral("Red"), QStringLiteral("Yellow"), QStringLiteral("Green"), QStringLiteral("Blue"), QStringLiteral("Purple")}},
         {QStringLiteral("Bridge en inglés"),
@@ -34,12 +36,8 @@ QString label(int colour, const QStringList &user)
 {
     if (colour >= 1 && colour <= 5)
         return usable(user).at(colour - 1);
-    switch (colour) {
-    case 6: return QStringLiteral("Naranja");
-    case 7: return QStringLiteral("Rosa");
-    case 8: return QStringLiteral("Gris");
-    default: return {};
-    }
+    // 6…8 always carry the window's names, whatever the user's list.
+    return colour >= 6 && colour <= 8 ? ColorLabel::name(colour) : QString();
 }
 
 int colour(const QString &text, const QStringList &user)

@@ -1,9 +1,28 @@
 #include "xmpstore.h"
 
+#include "photometareader.h"
 #include "xmplabels.h"
 #include "xmpsidecar.h"
 
+#include "model/orientation.h"
+
+#include <QFileInfo>
 #include <QMetaObject>
+#include <QTimer>
+
+namespace {
+// The orientation matters only when the sidecar may carry a turn: a new turn, or a file that may
+// hold an earlier one. Reading the image's EXIF costs a file open, so it is left until then.
+XMPStore::Job withOrientation(XMPStore::Job job)
+{
+    if (job.state.orientation || job.image.isEmpty())
+        return job;
+    if (job.state.rotation != 0 || QFileInfo::exists(job.sidecar))
+        if (const auto meta = readPhotoMeta(job.image))
+            job.state.orientation = Orientation::turned(meta->orientation, job.state.rotation);
+    return job;
+}
+} // namespace
 
 XMPStore::XMPStore(QObject *parent)
     : QObject(parent)
@@ -11,6 +30,10 @@ XMPStore::XMPStore(QObject *parent)
 {
     queue.setObjectName(QStringLiteral("com.tessaly.corvane.xmp"));
     queueContext = new QObject;
+    workItem = new QTimer(queueContext);
+    workItem->setSingleShot(true);
+    workItem->setInterval(kDebounceMs);
+    connect(workItem, &QTimer::timeout, queueContext, [this] { drainOnQueue(); });
     queueContext->moveToThread(&queue);
     connect(&queue, &QThread::finished, queueContext, &QObject::deleteLater);
     queue.start();
@@ -18,7 +41,7 @@ XMPStore::XMPStore(QObject *parent)
 
 XMPStore::~XMPStore()
 {
-    waitForIdle();
+    flush();
     queue.quit();
     queue.wait();
 }
@@ -35,33 +58,43 @@ QStringList XMPStore::labels() const
     return _labels;
 }
 
-void XMPStore::write(const QString &sidecar, const XmpState &state)
+void XMPStore::write(const QString &sidecar, const XmpState &state, const QString &image)
 {
-    QMutexLocker locker(&lock);
-    if (!pending.contains(sidecar))
-        pendingOrder.append(sidecar);
-    pending.insert(sidecar, state);
-    if (drainPosted)
+    {
+        QMutexLocker locker(&lock);
+        if (!pending.contains(sidecar))
+            pendingOrder.append(sidecar);
+        pending.insert(sidecar, {sidecar, state, image});
+    }
+    QMetaObject::invokeMethod(workItem, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+}
+
+void XMPStore::flush()
+{
+    if (QThread::currentThread() == &queue) {
+        drainOnQueue();
         return;
-    drainPosted = true;
-    locker.unlock();
-    QMetaObject::invokeMethod(queueContext, [this] { drainOnQueue(); }, Qt::QueuedConnection);
+    }
+    if (!queue.isRunning())
+        return;
+    QMetaObject::invokeMethod(queueContext, [this] {
+        workItem->stop();
+        drainOnQueue();
+    }, Qt::BlockingQueuedConnection);
 }
 
 void XMPStore::drainOnQueue()
 {
-    // What is waiting now; a write handed over meanwhile posts a drain of its own, so it lands
-    // after any batch queued before it.
     QStringList order;
-    QHash<QString, XmpState> states;
+    QHash<QString, Job> jobs;
     QMutexLocker locker(&lock);
     order.swap(pendingOrder);
-    states.swap(pending);
-    drainPosted = false;
+    jobs.swap(pending);
     const QStringList labels = _labels;
     locker.unlock();
     for (const QString &sidecar : std::as_const(order)) {
-        const XmpSidecar::WriteResult r = XmpSidecar::write(sidecar, states.value(sidecar), labels);
+        const Job job = withOrientation(jobs.value(sidecar));
+        const XmpSidecar::WriteResult r = XmpSidecar::write(sidecar, job.state, labels);
         if (!r.ok())
             emit writeFailed(r.message);
     }
@@ -73,10 +106,12 @@ quint64 XMPStore::writeAll(const QList<Job> &jobs)
     const quint64 batch = ++batches;
     locker.unlock();
     QMetaObject::invokeMethod(queueContext, [this, batch, jobs] {
+        drainOnQueue();   // what was marked before the export goes first
         const QStringList labels = this->labels();
         int written = 0, failed = 0;
         for (qsizetype i = 0; i < jobs.size(); ++i) {
-            const XmpSidecar::WriteResult r = XmpSidecar::write(jobs[i].sidecar, jobs[i].state, labels);
+            const Job job = withOrientation(jobs[i]);
+            const XmpSidecar::WriteResult r = XmpSidecar::write(job.sidecar, job.state, labels);
             if (r.ok()) {
                 ++written;
             } else {
@@ -93,6 +128,7 @@ quint64 XMPStore::writeAll(const QList<Job> &jobs)
 void XMPStore::read(const QStringList &sidecars, quint64 generation)
 {
     QMetaObject::invokeMethod(queueContext, [this, sidecars, generation] {
+        drainOnQueue();   // a sidecar read back says what was last written to it
         const QStringList labels = this->labels();
         QHash<QString, XmpState> states;
         for (const QString &s : sidecars)
@@ -104,7 +140,5 @@ void XMPStore::read(const QStringList &sidecars, quint64 generation)
 
 void XMPStore::waitForIdle()
 {
-    if (QThread::currentThread() == &queue || !queue.isRunning())
-        return;
-    QMetaObject::invokeMethod(queueContext, [] {}, Qt::BlockingQueuedConnection);
+    flush();   // runs after everything queued before it, and writes what the debounce holds
 }

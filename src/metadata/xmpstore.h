@@ -1,9 +1,10 @@
 #pragma once
 // The one reader and writer of XMP sidecars. Every read and write runs on the store's own
 // thread ("com.tessaly.corvane.xmp"), one after another, so two writes of one sidecar never
-// interleave and the GUI thread never touches a sidecar. The public functions may be called
-// from any thread and do not wait, except waitForIdle(). Results arrive through the signals,
-// queued to the receiver's thread.
+// interleave and the GUI thread never touches a sidecar. Single writes are debounced: a burst of
+// marking writes each sidecar once, 0.4 s after its last change; a read or a batch first writes
+// what is waiting. The public functions may be called from any thread and do not wait, except
+// flush() and waitForIdle(). Results arrive through the signals, queued to the receiver's thread.
 #include "xmpstate.h"
 
 #include <QHash>
@@ -14,13 +15,20 @@
 #include <QStringList>
 #include <QThread>
 
+class QTimer;
+
 class XMPStore : public QObject
 {
     Q_OBJECT
 public:
+    static constexpr int kDebounceMs = 400;
+
     struct Job {
         QString sidecar;
         XmpState state;
+        // The image whose own EXIF orientation the written orientation starts from, read on the
+        // store's thread when `state` carries none and the sidecar may hold a turn.
+        QString image;
     };
 
     explicit XMPStore(QObject *parent = nullptr);
@@ -31,7 +39,9 @@ public:
     QStringList labels() const;
 
     // Writes one sidecar. A newer state for a sidecar still waiting replaces the older one.
-    void write(const QString &sidecar, const XmpState &state);
+    void write(const QString &sidecar, const XmpState &state, const QString &image = {});
+    // Writes what is waiting now and returns when it is on disk.
+    void flush();
     // Writes many (the export of a folder), reporting progress; returns the batch's number.
     quint64 writeAll(const QList<Job> &jobs);
     // Reads the sidecars; those that are missing or cannot be understood are left out.
@@ -50,11 +60,11 @@ private:
 
     mutable QMutex lock;
     QStringList _labels;                      // guarded by lock
-    QHash<QString, XmpState> pending;         // guarded by lock
+    QHash<QString, Job> pending;              // guarded by lock
     QStringList pendingOrder;                 // guarded by lock; the sidecars of `pending`, oldest first
-    bool drainPosted = false;                 // guarded by lock
     quint64 batches = 0;                      // guarded by lock
 
     QThread queue;
     QObject *queueContext = nullptr;   // lives on `queue`
+    QTimer *workItem = nullptr;        // lives on `queue`; restarted by every write()
 };

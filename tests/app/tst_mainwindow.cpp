@@ -10,11 +10,15 @@
 #include "app/filterbar.h"
 #include "app/griddelegate.h"
 #include "app/infopanel.h"
+#include "app/markssettingspage.h"
 #include "app/settingsdialog.h"
 #include "app/singleinstance.h"
 #include "app/singleview.h"
 #include "app/toast.h"
 #include "camera/camerahub.h"
+#include "metadata/xmplabels.h"
+#include "metadata/xmpsidecar.h"
+#include "metadata/xmpstore.h"
 #include "util/atomicfile.h"
 
 #include <QAction>
@@ -103,6 +107,7 @@ private slots:
     void dropOpensFolder();
     void infoPanelShowsCurrentShot();
     void settingsApplyAtOnce();
+    void marksInSidecarsAndTheExport();
     void sortMenuChangesOrder();
     void secondLaunchHandsPathsOver();
     void ctrlPlusAndMinusResizeTheCells();
@@ -689,9 +694,6 @@ void TestMainWindow::settingsApplyAtOnce()
     dialog->autoAdvanceBox()->setChecked(true);
     QVERIFY(s.state.autoAdvance());
 
-    QVERIFY(dialog->folderFileRadio()->isChecked());
-    QVERIFY(!dialog->sidecarRadio()->isEnabled());
-    QCOMPARE(dialog->sidecarRadio()->toolTip(), QStringLiteral("Próximamente"));
 
     QComboBox *sens = dialog->sensitivityCombo();
     QCOMPARE(sens->currentText(), QStringLiteral("Normal"));
@@ -710,6 +712,64 @@ void TestMainWindow::settingsApplyAtOnce()
     s.press(Qt::Key_T);
     QVERIFY(s.model()->photoAt(2)->tagged());
     QCOMPARE(s.state.currentIndex(), 2);
+}
+
+void TestMainWindow::marksInSidecarsAndTheExport()
+{
+    Session s(folder);
+    XMPStore &xmp = s.session.sidecars();
+    const auto sidecar = [&](const char *name) {
+        xmp.flush();
+        return XmpSidecar::read(folder + QLatin1Char('/') + QLatin1String(name), xmp.labels());
+    };
+    // The window's colour names are the labels written for the default list.
+    for (int n = 1; n <= 8; ++n)
+        QCOMPARE(s.window.action(QStringLiteral("color%1").arg(n))->text(), XmpLabels::label(n, XmpLabels::presets().first().labels));
+
+    s.press(Qt::Key_3);   // DSC_0001, in the folder file only
+    QVERIFY(!sidecar("DSC_0001.xmp"));
+    s.press(Qt::Key_Comma, Qt::ControlModifier);
+    auto *dialog = s.window.findChild<SettingsDialog *>();
+    QVERIFY(dialog);
+    dialog->showPage(QStringLiteral("Marcas"));
+    MarksSettingsPage *page = dialog->marksPageWidget();
+    QVERIFY(page->folderFileRadio()->isChecked());
+
+    // Switching to sidecars writes the marks the folder has.
+    page->sidecarRadio()->click();
+    QCOMPARE(s.state.marksStorage(), MarksStorage::sidecar);
+    QCOMPARE(QSettings().value(QStringLiteral("marksStorage")).toString(), QStringLiteral("sidecar"));
+    QCOMPARE(sidecar("DSC_0001.xmp")->color, 3);
+    QVERIFY(TestEnv::readAll(folder + "/DSC_0001.xmp").contains("xmp:Label=\"Verde\""));
+
+    // From then on every mark lands in the shot's sidecar, undo included.
+    dialog->hide();
+    s.window.activateWindow();
+    s.press(Qt::Key_Right);
+    s.press(Qt::Key_4, Qt::AltModifier);
+    QCOMPARE(sidecar("DSC_0002.xmp")->rating, 4);
+    s.press(Qt::Key_Z, Qt::ControlModifier);
+    QCOMPARE(sidecar("DSC_0002.xmp")->rating, 0);
+
+    // Another label list: the next colour is written with its text.
+    page->presetCombo()->setCurrentIndex(1);
+    emit page->presetCombo()->activated(1);
+    QCOMPARE(xmp.labels().at(2), QStringLiteral("Green"));
+    s.press(Qt::Key_3);
+    QCOMPARE(sidecar("DSC_0002.xmp")->color, 3);
+    QVERIFY(TestEnv::readAll(folder + "/DSC_0002.xmp").contains("xmp:Label=\"Green\""));
+
+    // Back to the folder file: the marks are written there, and a new mark touches no sidecar.
+    page->folderFileRadio()->click();
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0002")).toObject(), json(R"({"c":3})"));
+    s.press(Qt::Key_Right);
+    s.press(Qt::Key_1);
+    QVERIFY(!sidecar("DSC_0003.xmp"));
+
+    // The export writes every marked shot's sidecar, with a count at the end.
+    QTest::mouseClick(page->exportButton(), Qt::LeftButton);
+    QTRY_COMPARE(s.window.toast()->text(), QStringLiteral("Marcas de 3 imágenes exportadas a XMP."));
+    QCOMPARE(sidecar("DSC_0003.xmp")->color, 1);
 }
 
 void TestMainWindow::sortMenuChangesOrder()

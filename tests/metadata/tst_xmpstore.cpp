@@ -409,7 +409,7 @@ private slots:
         QSignalSpy progress(&store, &XMPStore::batchProgress);
         QSignalSpy finished(&store, &XMPStore::batchFinished);
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("error guardando un \\.xmp")));
-        const quint64 batch = store.writeAll({{b, state(4, 0, true)}, {dir.filePath("none/c.xmp"), state(1, 1, false)}});
+        const quint64 batch = store.writeAll({{b, state(4, 0, true), {}}, {dir.filePath("none/c.xmp"), state(1, 1, false), {}}});
         QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 5000);
         QCOMPARE(finished.first(), (QList<QVariant>{batch, 1, 1}));
         QCOMPARE(progress.size(), 2);
