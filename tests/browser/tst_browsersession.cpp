@@ -8,6 +8,7 @@
 #include "marks/marksfile.h"
 #include "corvanerun.h"
 #include "marks/marksstore.h"
+#include "metadata/xmpstore.h"
 #include "testenv.h"
 #include "testscenes.h"
 
@@ -16,6 +17,13 @@
 #include <QtTest>
 
 namespace {
+QByteArray packet(const QByteArray &attributes)
+{
+    return "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"><rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">"
+           "<rdf:Description rdf:about=\"\" xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\" " + attributes
+           + "/></rdf:RDF></x:xmpmeta>\n";
+}
+
 Photo *byName(const AppState &s, const QString &name)
 {
     for (const PhotoPtr &p : s.photos())
@@ -74,6 +82,54 @@ private slots:
         Photo *arrived = byName(state, "DSC_0003.JPG");
         QVERIFY(arrived && arrived->isNew());
         QTRY_VERIFY_WITH_TIMEOUT(arrived->sharpness().has_value(), 20000);
+    }
+
+    void aFolderRatedElsewhereOpensWithItsMarks()
+    {
+        QTemporaryDir dir;
+        for (const char *n : {"DSC_0001.NEF", "DSC_0002.NEF", "DSC_0003.JPG"})
+            TestEnv::touch(dir.filePath(n));
+        const QByteArray lightroom = packet("xmp:Rating=\"4\" xmp:Label=\"Verde\""), darktable = packet("xmp:Rating=\"2\""),
+                         other = packet("xmp:Rating=\"5\"");
+        TestEnv::touch(dir.filePath("DSC_0001.xmp"), lightroom);
+        TestEnv::touch(dir.filePath("DSC_0002.NEF.xmp"), darktable);
+        TestEnv::touch(dir.filePath("DSC_0003.xmp"), other);
+        Marks red;
+        red.c = 1;
+        QVERIFY(MarksFile::save(dir.path(), {{"dsc_0003", red}}, std::nullopt).isEmpty());
+
+        const auto open = [&](BrowserSession &session) {
+            QSignalSpy loaded(&session.state(), &AppState::loaded);
+            session.state().openFolder(dir.path());
+            return loaded.wait(5000);
+        };
+        {
+            // One file per folder: a sidecar speaks for the shots the folder file leaves unmarked.
+            BrowserSession session(nullptr, 1);
+            QVERIFY(open(session));
+            const AppState &state = session.state();
+            QTRY_COMPARE_WITH_TIMEOUT(byName(state, "DSC_0001.NEF")->rating(), 4, 5000);
+            QCOMPARE(byName(state, "DSC_0001.NEF")->colorClass(), ColorClass::c3);
+            QTRY_COMPARE_WITH_TIMEOUT(byName(state, "DSC_0002.NEF")->rating(), 2, 5000);
+            QCOMPARE(byName(state, "DSC_0003.JPG")->colorClass(), ColorClass::c1);
+            QCOMPARE(byName(state, "DSC_0003.JPG")->rating(), 0);
+            // Shown, not written back: neither the folder file nor a sidecar changes.
+            session.store().flush();
+            session.sidecars().flush();
+            QCOMPARE(MarksFile::load(dir.path())->marks.keys(), QStringList{"dsc_0003"});
+            QCOMPARE(TestEnv::readAll(dir.filePath("DSC_0001.xmp")), lightroom);
+            QCOMPARE(TestEnv::readAll(dir.filePath("DSC_0002.NEF.xmp")), darktable);
+        }
+        {
+            // Sidecars: the sidecar's marks win where there is one.
+            QSettings().setValue("marksStorage", "sidecar");
+            BrowserSession session(nullptr, 1);
+            QVERIFY(open(session));
+            const AppState &state = session.state();
+            QTRY_COMPARE_WITH_TIMEOUT(byName(state, "DSC_0003.JPG")->rating(), 5, 5000);
+            QCOMPARE(byName(state, "DSC_0003.JPG")->colorClass(), ColorClass::none);
+            QCOMPARE(byName(state, "DSC_0001.NEF")->rating(), 4);
+        }
     }
 
     void marksMadeElsewhereShowAndAreKept()
