@@ -24,8 +24,8 @@ struct Command {
 
 const Command kCommands[] = {
     {"scan", &Commands::scan, "corvane scan [--recursive] [--json] CARPETA"},
-    {"marks", &Commands::marks, "corvane marks [--json] CARPETA"},
-    {"mark", &Commands::mark, "corvane mark [--color N] [--rating N] [--tag on|off] [--rotate N] ARCHIVO..."},
+    {"marks", &Commands::marks, "corvane marks [--json] [--storage json|sidecar] CARPETA"},
+    {"mark", &Commands::mark, "corvane mark [--color N] [--rating N] [--tag on|off] [--rotate N] [--storage json|sidecar] ARCHIVO..."},
     {"thumbs", &thumbsCommand, "corvane thumbs [--previews] [--json] CARPETA"},
     {"sharpness", &sharpnessCommand, "corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"},
     {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},

@@ -7,6 +7,9 @@
 #include "marks/marksbook.h"
 #include "marks/marksfile.h"
 #include "marks/marksstore.h"
+#include "metadata/sidecarmarks.h"
+#include "metadata/xmplabels.h"
+#include "metadata/xmpsidecar.h"
 #include "model/folderscanner.h"
 #include "model/loadtoken.h"
 
@@ -42,6 +45,18 @@ QString describeMarks(const Marks &m)
     if (m.k)
         parts << QStringLiteral("recorte");
     return parts.join(QStringLiteral(" · "));
+}
+
+// The storage mode of this run: `--storage json|sidecar`, else the setting. Nothing (after
+// saying so) when the option is wrong.
+std::optional<MarksStorage> storageOf(const ArgParser &p)
+{
+    if (!p.has("storage"))
+        return MarksStorageSetting::get();
+    const auto storage = MarksStorageSetting::fromOption(p.value("storage"));
+    if (!storage)
+        err(QStringLiteral("--storage es json o sidecar."));
+    return storage;
 }
 
 bool parseInt(const QString &text, int lo, int hi, int &value)
@@ -109,22 +124,50 @@ int scan(const QStringList &args)
 
 int marks(const QStringList &args)
 {
-    ArgParser p({"json"}, {});
+    ArgParser p({"json"}, {"storage"});
     int status = 0;
     const QString folder = FolderArgument::parse(p, args, status);
     if (folder.isEmpty())
         return status;
-    const auto file = MarksFile::load(folder);
-    const MarksFile f = file.value_or(MarksFile{});
-    QStringList keys = f.marks.keys();
-    keys.sort();
+    const auto storage = storageOf(p);
+    if (!storage)
+        return 2;
+    const auto scan = FolderArgument::list(folder);
+    if (!scan)
+        return 1;
+    const MarksFile f = MarksFile::load(folder).value_or(MarksFile{});
+
+    // Every record of the file, then each shot as the window shows it (its sidecar's marks where
+    // the mode says so).
+    QMap<QString, SidecarMarks::Resolved> shown;
+    for (auto it = f.marks.cbegin(); it != f.marks.cend(); ++it)
+        if (!it->isEmpty())
+            shown.insert(it.key(), {*it, SidecarMarks::Source::file});
+    const QStringList labels = XmpLabels::userLabels();
+    for (const ScannedItem &item : scan->items) {
+        const QString key = MarksFile::keyFor(item.url);
+        const auto record = f.marks.contains(key) ? std::optional<Marks>(f.marks.value(key)) : std::nullopt;
+        if (*storage == MarksStorage::folderFile && record)
+            continue;
+        const QString path = SidecarMarks::sidecarToRead(item.url, item.sidecarURL, scan->xmpKeys);
+        const auto sidecar = path.isEmpty() ? std::nullopt : XmpSidecar::read(path, labels);
+        const SidecarMarks::Resolved r = SidecarMarks::resolve(*storage, record, sidecar);
+        if (r.marks)
+            shown.insert(key, r);
+        else
+            shown.remove(key);
+    }
+
     if (p.flag("json")) {
-        QJsonObject m;
-        for (const QString &k : std::as_const(keys))
-            m.insert(k, f.marks.value(k).toJson());
+        QJsonObject m, sources;
+        for (auto it = shown.cbegin(); it != shown.cend(); ++it) {
+            m.insert(it.key(), it->marks->toJson());
+            sources.insert(it.key(), SidecarMarks::sourceName(it->source));
+        }
         QJsonObject root;
         root.insert(QStringLiteral("folder"), folder);
         root.insert(QStringLiteral("marks"), m);
+        root.insert(QStringLiteral("sources"), sources);
         QJsonObject offsets;
         for (auto it = f.cameraOffsets.cbegin(); it != f.cameraOffsets.cend(); ++it)
             offsets.insert(it.key(), it.value());
@@ -132,15 +175,16 @@ int marks(const QStringList &args)
         printJson(QJsonDocument(root));
         return 0;
     }
-    for (const QString &k : std::as_const(keys))
-        out(QStringLiteral("%1\t%2").arg(k, describeMarks(f.marks.value(k))));
-    out(QStringLiteral("%1 imágenes con marcas").arg(keys.size()));
+    for (auto it = shown.cbegin(); it != shown.cend(); ++it)
+        out(QStringLiteral("%1\t%2%3").arg(it.key(), describeMarks(*it->marks),
+                                            it->source == SidecarMarks::Source::sidecar ? QStringLiteral("\t(.xmp)") : QString()));
+    out(QStringLiteral("%1 imágenes con marcas").arg(shown.size()));
     return 0;
 }
 
 int mark(const QStringList &args)
 {
-    ArgParser p({}, {"color", "rating", "tag", "rotate"});
+    ArgParser p({}, {"color", "rating", "tag", "rotate", "storage"});
     if (!p.parse(args) || p.positional().isEmpty()) {
         if (!p.error().isEmpty())
             err(p.error());
@@ -165,6 +209,11 @@ int mark(const QStringList &args)
         return 2;
     }
 
+    const auto storage = storageOf(p);
+    if (!storage)
+        return 2;
+    const QStringList labels = XmpLabels::userLabels();
+
     MarksStore store;
     MarksBook book(&store);
     QStringList failures;
@@ -177,7 +226,17 @@ int mark(const QStringList &args)
             status = 1;
             continue;
         }
-        Marks m = book.marksFor(path).value_or(Marks{});
+        // The marks the shot shows now, as the window would: the record, its sidecar's where the
+        // mode says so.
+        const QString sidecar = SidecarMarks::sidecarOf(path);
+        const std::optional<Marks> record = book.marksFor(path);
+        std::optional<XmpState> fromSidecar;
+        if (*storage == MarksStorage::sidecar || !record) {
+            fromSidecar = XmpSidecar::read(sidecar, labels);
+            if (!fromSidecar && !QFileInfo::exists(sidecar))
+                fromSidecar = XmpSidecar::read(path + QStringLiteral(".xmp"), labels);
+        }
+        const Marks m = SidecarMarks::resolve(*storage, record, fromSidecar).marks.value_or(Marks{});
         ColorClass c = colorClassFromInt(m.c.value_or(0));
         int r = m.r.value_or(0);
         bool t = m.t.value_or(false);
@@ -191,6 +250,11 @@ int mark(const QStringList &args)
         o = ((o + rotate) % 4 + 4) % 4;
         const Marks next = Marks::from(c, r, t, o, m.k);
         book.set(path, next, true);
+        if (*storage == MarksStorage::sidecar) {
+            const XmpState state = SidecarMarks::withOrientation(SidecarMarks::stateOf(next), path, sidecar);
+            if (!XmpSidecar::write(sidecar, state, labels).ok())
+                status = 1;   // already said on stderr
+        }
         out(QStringLiteral("%1\t%2").arg(QFileInfo(path).fileName(), describeMarks(next)));
     }
     store.flush();

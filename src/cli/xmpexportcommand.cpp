@@ -5,12 +5,10 @@
 #include "terminalprogress.h"
 
 #include "marks/marksfile.h"
-#include "metadata/photometareader.h"
+#include "metadata/sidecarmarks.h"
 #include "metadata/xmplabels.h"
 #include "metadata/xmpsidecar.h"
-#include "model/orientation.h"
 
-#include <QFileInfo>
 
 #include <cstdio>
 
@@ -43,15 +41,7 @@ int xmpExportCommand(const QStringList &args)
     for (qsizetype i = 0; i < jobs.size(); ++i) {
         const ScannedItem &item = *jobs[i].item;
         const Marks &m = jobs[i].marks;
-        XmpState state;
-        state.color = m.c.value_or(0);
-        state.rating = m.r.value_or(0);
-        state.flag = m.t.value_or(false);
-        state.rotation = m.o.value_or(0);
-        // The image's own orientation matters only when the sidecar may carry a turn.
-        if (state.rotation != 0 || QFileInfo::exists(item.sidecarURL))
-            if (const auto meta = readPhotoMeta(item.url))
-                state.orientation = Orientation::turned(meta->orientation, state.rotation);
+        const XmpState state = SidecarMarks::withOrientation(SidecarMarks::stateOf(m), item.url, item.sidecarURL);
         if (XmpSidecar::write(item.sidecarURL, state, labels).ok())
             ++written;
         else

@@ -1,6 +1,9 @@
 #include "sidecarmarks.h"
 
+#include "photometareader.h"
+
 #include "model/folderscanner.h"
+#include "model/orientation.h"
 
 #include <QFileInfo>
 
@@ -24,6 +27,23 @@ XmpState stateOf(const Marks &m)
     s.flag = m.t.value_or(false);
     s.rotation = m.o.value_or(0);
     return s;
+}
+
+XmpState withOrientation(XmpState state, const QString &image, const QString &sidecar)
+{
+    if (state.orientation || image.isEmpty())
+        return state;
+    if (state.rotation != 0 || QFileInfo::exists(sidecar))
+        if (const auto meta = readPhotoMeta(image))
+            state.orientation = Orientation::turned(meta->orientation, state.rotation);
+    return state;
+}
+
+QString sidecarOf(const QString &mainFile)
+{
+    const qsizetype slash = mainFile.lastIndexOf(QLatin1Char('/'));
+    const qsizetype dot = mainFile.lastIndexOf(QLatin1Char('.'));
+    return (dot > slash + 1 ? mainFile.left(dot) : mainFile) + QStringLiteral(".xmp");
 }
 
 namespace {

@@ -23,6 +23,12 @@ QString sourceName(Source source);
 
 // What a record writes to a sidecar (no orientation: that needs the image).
 XmpState stateOf(const Marks &marks);
+// `state` with the orientation that results from `image`'s own and the turn, when it carries none
+// and the sidecar may hold a turn (a new one, or an existing file that may have an earlier one).
+// Reads the image's EXIF then: not for the GUI thread.
+XmpState withOrientation(XmpState state, const QString &image, const QString &sidecar);
+// The sidecar a shot's marks are written to: the main file with its extension replaced by "xmp".
+QString sidecarOf(const QString &mainFile);
 
 struct Resolved {
     std::optional<Marks> marks;   // absent: no marks

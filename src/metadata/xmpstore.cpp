@@ -1,25 +1,16 @@
 #include "xmpstore.h"
 
-#include "photometareader.h"
+#include "sidecarmarks.h"
 #include "xmplabels.h"
 #include "xmpsidecar.h"
 
-#include "model/orientation.h"
-
-#include <QFileInfo>
 #include <QMetaObject>
 #include <QTimer>
 
 namespace {
-// The orientation matters only when the sidecar may carry a turn: a new turn, or a file that may
-// hold an earlier one. Reading the image's EXIF costs a file open, so it is left until then.
 XMPStore::Job withOrientation(XMPStore::Job job)
 {
-    if (job.state.orientation || job.image.isEmpty())
-        return job;
-    if (job.state.rotation != 0 || QFileInfo::exists(job.sidecar))
-        if (const auto meta = readPhotoMeta(job.image))
-            job.state.orientation = Orientation::turned(meta->orientation, job.state.rotation);
+    job.state = SidecarMarks::withOrientation(job.state, job.image, job.sidecar);
     return job;
 }
 } // namespace

@@ -81,6 +81,40 @@ private slots:
         QCOMPARE(marks.value("img_1").toObject().value("o").toInt(), 3);
     }
 
+    void marksFollowTheStorageMode()
+    {
+        QTemporaryDir dir;
+        const QString one = TestEnv::touch(dir.filePath("DSC_1.JPG")), two = TestEnv::touch(dir.filePath("DSC_2.JPG"));
+        const QByteArray rated = "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/22-rdf-syntax-ns#'>"
+                                 "<rdf:Description rdf:about='' xmlns:xmp='http://ns.adobe.com/xap/1.0/' xmp:Rating='3'/>"
+                                 "</rdf:RDF></x:xmpmeta>";
+        TestEnv::touch(dir.filePath("DSC_2.xmp"), rated);
+        const auto listed = [&](const QStringList &extra) {
+            const CorvaneRun r = corvane(QStringList{"marks", "--json"} + extra + QStringList{dir.path()});
+            return QJsonDocument::fromJson(r.out).object();
+        };
+        // Rated in another tool: shown from the sidecar.
+        QJsonObject root = listed({});
+        QCOMPARE(root.value("sources").toObject().value("dsc_2").toString(), QStringLiteral("sidecar"));
+        QCOMPARE(root.value("marks").toObject().value("dsc_2").toObject().value("r").toInt(), 3);
+
+        // Sidecars for one run: the sidecar is written, and read back by exiftool.
+        QCOMPARE(corvane({"mark", "--storage", "sidecar", "--color", "5", one}).status, 0);
+        QProcess exiftool;
+        exiftool.start("exiftool", {"-s3", "-XMP:Label", dir.filePath("DSC_1.xmp")});
+        QVERIFY(exiftool.waitForFinished(20000));
+        QCOMPARE(exiftool.readAllStandardOutput().trimmed(), QByteArray("Morado"));
+
+        // The folder file: a colour on the shot rated elsewhere keeps its stars and leaves the
+        // other tool's file alone.
+        QCOMPARE(corvane({"mark", "--color", "1", two}).status, 0);
+        QCOMPARE(TestEnv::readAll(dir.filePath("DSC_2.xmp")), rated);
+        root = listed({"--storage", "json"});
+        QCOMPARE(root.value("sources").toObject().value("dsc_2").toString(), QStringLiteral("file"));
+        QCOMPARE(root.value("marks").toObject().value("dsc_2").toObject(), QJsonObject({{"c", 1}, {"r", 3}}));
+        QCOMPARE(corvane({"marks", "--storage", "xml", dir.path()}).status, 2);
+    }
+
     void badUsageAndFailures()
     {
         QTemporaryDir dir;
