@@ -2,6 +2,7 @@
 
 #include "xmplabels.h"
 
+#include "util/atomicbatch.h"
 #include "util/atomicfile.h"
 
 #include <QDebug>
@@ -9,6 +10,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <sys/stat.h>
 
 namespace XmpSidecar {
 namespace {
@@ -43,6 +45,11 @@ std::optional<QByteArray> readBytes(const QString &path)
 }
 
 } // namespace
+
+QString failedMessage(const QString &error, const QString &path)
+{
+    return QStringLiteral("error guardando un .xmp: %1 (%2)").arg(error, path);
+}
 
 void apply(XmpDocument &doc, const XmpState &state, const QStringList &labels)
 {
@@ -96,7 +103,7 @@ XmpState stateOf(const XmpDocument &doc, const QStringList &labels)
     return s;
 }
 
-WriteResult write(const QString &path, const XmpState &state, const QStringList &labels)
+WriteResult write(const QString &path, const XmpState &state, const QStringList &labels, AtomicBatch *batch)
 {
     const QFileInfo info(path);
     const bool exists = info.exists();
@@ -124,9 +131,17 @@ WriteResult write(const QString &path, const XmpState &state, const QStringList 
     // The rename would replace a sidecar its owner made read-only; refuse as the folder would.
     if (exists && !info.isWritable())
         return logged(WriteResult::failed, QStringLiteral("error guardando un .xmp: el archivo es de solo lectura (%1)").arg(path));
+    if (batch) {
+        struct stat st {};
+        const mode_t mode = exists && ::stat(QFile::encodeName(path).constData(), &st) == 0 ? (st.st_mode & 07777) : 0644;
+        const AtomicFile::Result r = batch->add(path, after, mode);
+        if (!r.ok())
+            return logged(WriteResult::failed, failedMessage(r.error, path));
+        return {WriteResult::written, {}};
+    }
     const AtomicFile::Result r = AtomicFile::write(path, after);
     if (!r.ok())
-        return logged(WriteResult::failed, QStringLiteral("error guardando un .xmp: %1 (%2)").arg(r.error, path));
+        return logged(WriteResult::failed, failedMessage(r.error, path));
     if (exists)
         QFile::setPermissions(path, info.permissions());
     return {WriteResult::written, {}};

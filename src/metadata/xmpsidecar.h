@@ -10,6 +10,8 @@
 #include <QStringList>
 #include <optional>
 
+class AtomicBatch;
+
 namespace XmpSidecar {
 
 inline constexpr char kXmpNs[] = "http://ns.adobe.com/xap/1.0/";
@@ -24,8 +26,12 @@ struct WriteResult {
 };
 
 // Writes `state` into the sidecar at `path`, creating it from the template when absent.
-// `labels` are the texts of colours 1…5 (XmpLabels::userLabels()).
-WriteResult write(const QString &path, const XmpState &state, const QStringList &labels);
+// `labels` are the texts of colours 1…5 (XmpLabels::userLabels()). With a batch the new bytes
+// wait in it, and the sidecar changes at the batch's commit.
+WriteResult write(const QString &path, const XmpState &state, const QStringList &labels, AtomicBatch *batch = nullptr);
+
+// The line logged when a write failed, as write() logs it.
+QString failedMessage(const QString &error, const QString &path);
 
 // The marks the sidecar at `path` holds; absent when it is missing or cannot be understood.
 std::optional<XmpState> read(const QString &path, const QStringList &labels);

@@ -4,6 +4,10 @@
 #include "xmplabels.h"
 #include "xmpsidecar.h"
 
+#include "util/atomicbatch.h"
+
+#include <QDebug>
+
 #include <QMetaObject>
 #include <QTimer>
 
@@ -83,11 +87,18 @@ void XMPStore::drainOnQueue()
     jobs.swap(pending);
     const QStringList labels = _labels;
     locker.unlock();
+    // A burst (a colour on a whole folder) is put in place with one flush of the disk.
+    AtomicBatch files;
     for (const QString &sidecar : std::as_const(order)) {
         const Job job = withOrientation(jobs.value(sidecar));
-        const XmpSidecar::WriteResult r = XmpSidecar::write(sidecar, job.state, labels);
+        const XmpSidecar::WriteResult r = XmpSidecar::write(sidecar, job.state, labels, &files);
         if (!r.ok())
             emit writeFailed(r.message);
+    }
+    for (const AtomicBatch::Failure &f : files.commit()) {
+        const QString message = XmpSidecar::failedMessage(f.result.error, f.target);
+        qWarning().noquote() << message;
+        emit writeFailed(message);
     }
 }
 
@@ -99,18 +110,32 @@ quint64 XMPStore::writeAll(const QList<Job> &jobs)
     QMetaObject::invokeMethod(queueContext, [this, batch, jobs] {
         drainOnQueue();   // what was marked before the export goes first
         const QStringList labels = this->labels();
+        // A folder's sidecars are written together, with one flush of the disk for all of them.
+        AtomicBatch files;
         int written = 0, failed = 0;
+        const auto commit = [&] {
+            for (const AtomicBatch::Failure &f : files.commit()) {
+                --written;
+                ++failed;
+                const QString message = XmpSidecar::failedMessage(f.result.error, f.target);
+                qWarning().noquote() << message;
+                emit writeFailed(message);
+            }
+        };
         for (qsizetype i = 0; i < jobs.size(); ++i) {
             const Job job = withOrientation(jobs[i]);
-            const XmpSidecar::WriteResult r = XmpSidecar::write(job.sidecar, job.state, labels);
+            const XmpSidecar::WriteResult r = XmpSidecar::write(job.sidecar, job.state, labels, &files);
             if (r.ok()) {
                 ++written;
             } else {
                 ++failed;
                 emit writeFailed(r.message);
             }
+            if (files.size() >= kBatchFiles)
+                commit();
             emit batchProgress(batch, int(i + 1), int(jobs.size()));
         }
+        commit();
         emit batchFinished(batch, written, failed);
     }, Qt::QueuedConnection);
     return batch;

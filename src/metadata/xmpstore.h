@@ -22,6 +22,8 @@ class XMPStore : public QObject
     Q_OBJECT
 public:
     static constexpr int kDebounceMs = 400;
+    // A batch's sidecars are put in place this many at a time, one disk flush each.
+    static constexpr int kBatchFiles = 4096;
 
     struct Job {
         QString sidecar;

@@ -5,6 +5,7 @@
 #include "metadata/xmplabels.h"
 #include "metadata/xmpsidecar.h"
 #include "metadata/xmpstore.h"
+#include "util/atomicbatch.h"
 #include "model/orientation.h"
 #include "util/atomicfile.h"
 #include "corvanerun.h"
@@ -394,6 +395,30 @@ private slots:
         QCOMPARE(a.right(b.size() - end), b.mid(end));
 
         checkReadBack(path, 3, 4, true, QStringLiteral("Verde"), original);
+    }
+
+    void aBatchChangesNothingUntilItsCommit()
+    {
+        QTemporaryDir dir;
+        const QString a = TestEnv::touch(dir.filePath("a.xmp"), "old a");
+        QFile::setPermissions(a, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        const QString b = dir.filePath("b.xmp");
+        {
+            AtomicBatch abandoned;   // a run that stops before its commit
+            QVERIFY(abandoned.add(a, "new a").ok());
+            QVERIFY(abandoned.add(b, "new b").ok());
+            QCOMPARE(TestEnv::readAll(a), QByteArray("old a"));
+            QVERIFY(!QFile::exists(b));
+        }
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"a.xmp"});
+        AtomicBatch batch;
+        QVERIFY(batch.add(a, "new a", 0600).ok());
+        QVERIFY(batch.add(b, "new b").ok());
+        QVERIFY(batch.commit().isEmpty());
+        QCOMPARE(TestEnv::readAll(a), QByteArray("new a"));
+        QCOMPARE(TestEnv::readAll(b), QByteArray("new b"));
+        QCOMPARE(QFile::permissions(a), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser);
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).size(), 2);
     }
 
     void storeQueue()
