@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "ingestcommand.h"
 #include "pickcommand.h"
+#include "renamecommand.h"
 #include "rawpreviewscommand.h"
 #include "receivecommand.h"
 #include "sharpnesscommand.h"
@@ -36,6 +37,10 @@ const Command kCommands[] = {
      "corvane ingest --from CARPETA --to CARPETA [--backup CARPETA] [--structure none|yearDate|yearMonthDate|date|session] "
      "[--session TEXTO] [--rename] [--preset N | --pattern JSON] [--start N] [--digits N] [--skip-imported] [--video] "
      "[--verify] [--eject] [--dry-run] [--json]"},
+    {"rename", &renameCommand,
+     "corvane rename [--mode simple|custom] [--name TEXTO] [--separator S] [--template ID] [--pattern JSON] [--start N] "
+     "[--digits N] [--name-case keep|lower|upper] [--ext-case keep|lower|upper] [--dry-run] [--json] ARCHIVO..."},
+    {"undo", &undoCommand, "corvane undo"},
     {"pick", &pickCommand, "corvane pick CARPETA (--message TEXTO | --message-file ARCHIVO | -) [--color N] [--select-only] [--json]"},
 };
 
