@@ -70,8 +70,10 @@ QByteArray FileOpJournal::encode() const
         QJsonArray steps;
         for (const FileOpStep &st : s.steps)
             steps.append(QJsonObject{{"from", st.from}, {"temp", st.temp}, {"to", st.to}});
-        shotList.append(QJsonObject{{"steps", steps}, {"folder", s.folder}, {"oldKey", s.oldKey},
-                                    {"newKey", s.newKey}, {"skipped", s.skipped}});
+        QJsonObject o{{"steps", steps}, {"folder", s.folder}, {"oldKey", s.oldKey}, {"newKey", s.newKey}, {"skipped", s.skipped}};
+        if (s.marks)
+            o.insert("marks", s.marks->toJson());
+        shotList.append(o);
     }
     const QJsonObject root{{"app", "Corvane"}, {"version", 1}, {"id", id}, {"op", op},
                            {"state", stateName(state)}, {"shots", shotList}};
@@ -111,6 +113,8 @@ std::optional<FileOpJournal> FileOpJournal::decode(const QByteArray &data, int l
         shot.oldKey = so.value("oldKey").toString();
         shot.newKey = so.value("newKey").toString();
         shot.skipped = so.value("skipped").toBool();
+        if (so.value("marks").isObject())
+            shot.marks = Marks::fromJson(so.value("marks").toObject());
         if (!so.value("steps").isArray())
             return std::nullopt;
         for (const QJsonValue &stv : so.value("steps").toArray()) {
@@ -254,16 +258,13 @@ QString moveMarks(const QList<FileOpShot> &finished)
             byFolder[s.folder].append(&s);
     QString error;
     for (auto it = byFolder.cbegin(); it != byFolder.cend(); ++it) {
-        const auto file = MarksFile::load(it.key());
-        if (!file)
-            continue;
         MarksMap ours;
         QSet<QString> changed;
         for (const FileOpShot *s : it.value()) {
             changed.insert(s->oldKey);
             changed.insert(s->newKey);
-            if (const auto m = file->marks.constFind(s->oldKey); m != file->marks.constEnd())
-                ours.insert(s->newKey, *m);
+            if (s->marks && !s->marks->isEmpty())
+                ours.insert(s->newKey, *s->marks);
         }
         if (const QString e = MarksFile::saveChanges(it.key(), ours, changed, std::nullopt); !e.isEmpty())
             error = e;

@@ -6,6 +6,8 @@
 // giving the new names is finished. A journal that cannot be read is left where it is and
 // reported, never replayed. Journals live in the application-support folder ("journal/"); the
 // last finished one is kept for undo. Any thread, one operation at a time per process.
+#include "marks/marks.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -20,6 +22,9 @@ struct FileOpShot {
     QList<FileOpStep> steps;
     QString folder;          // where its marks are kept
     QString oldKey, newKey;  // its marks keys before and after
+    // Its marks when the operation began, set under the new key once it is renamed: kept here so
+    // that doing it again after a crash gives the same file (marks of names that swap included).
+    std::optional<Marks> marks;
     bool skipped = false;    // left under its old name in the first phase
 };
 

@@ -7,6 +7,7 @@
 #include "util/fileio.h"
 
 #include <QFileInfo>
+#include <QHash>
 #include <QUuid>
 
 namespace {
@@ -33,6 +34,14 @@ RenameOutcome execute(FileOpJournal journal, const QStringList &oldNames, const 
             progress(done, total);
     };
 
+    // The marks travel in the journal, so setting them again after a crash changes nothing.
+    QHash<QString, MarksMap> marksOf;
+    for (FileOpShot &shot : journal.shots) {
+        if (!marksOf.contains(shot.folder))
+            marksOf.insert(shot.folder, MarksFile::load(shot.folder).value_or(MarksFile{}).marks);
+        if (const auto m = marksOf[shot.folder].constFind(shot.oldKey); m != marksOf[shot.folder].constEnd())
+            shot.marks = *m;
+    }
     if (const QString e = journal.save(); !e.isEmpty()) {
         out.error = QStringLiteral("No se puede escribir el registro de la operación: %1.").arg(e);
         return out;
