@@ -4,6 +4,7 @@
 #include "clientpicksheet.h"
 #include "emptystate.h"
 #include "question.h"
+#include "renamesheet.h"
 #include "filterbar.h"
 #include "gridmodel.h"
 #include "gridview.h"
@@ -23,7 +24,9 @@
 #include "analysis/sharpnessanalyzer.h"
 #include "camera/camerahub.h"
 #include "imaging/imagepipeline.h"
+#include "marks/marksbook.h"
 #include "marks/marksstore.h"
+#include "fileops/fileopjournal.h"
 #include "metadata/xmplabels.h"
 #include "metadata/xmpstore.h"
 #include "util/settings.h"
@@ -145,6 +148,9 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     updateUndoActions();
     updateCentre();
     updateTitle();
+    // A rename cut short by a crash is put right before anything is shown, and said once.
+    if (const QString recovered = FileOpJournal::recoverAll().sentence(); !recovered.isEmpty())
+        _toast->showMessage(recovered, true);
     // Reception that was on when Corvane last ended goes on again, into the same folder.
     if (Settings::camWifiOn.get())
         _session.cameraHub().restoreReception();
@@ -257,6 +263,7 @@ void MainWindow::buildActions()
     on("settings", &MainWindow::showSettings);
     on("clientPick", &MainWindow::showClientPick);
     on("exportXmp", &MainWindow::exportSidecars);
+    on("rename", &MainWindow::showRename);
 
     // Marcas. The same key again removes the mark; AppState decides that.
     for (int n = 0; n <= LabelColors::kCount; ++n) {
@@ -782,6 +789,27 @@ void MainWindow::showClientPick()
     _clientPick->open();
     _clientPick->raise();
     _clientPick->activateWindow();
+}
+
+void MainWindow::showRename()
+{
+    if (_state.targets().isEmpty())
+        return;
+    auto *sheet = new RenameSheet(_session, this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    connect(sheet, &RenameSheet::renamed, this, [this](const RenameOutcome &o) {
+        if (o.renamed == 0)
+            return;
+        // The way back, through the operation's journal.
+        _toast->showAction(o.title(), QStringLiteral("Deshacer"), [this] {
+            _session.store().flush();
+            const RenameOutcome back = ShotRenamer::undoLast();
+            _session.book().forget(_state.folder());
+            _state.reload();
+            _state.toast(back.error.isEmpty() ? QStringLiteral("Renombrado deshecho") : back.error, !back.error.isEmpty());
+        });
+    });
+    sheet->open();
 }
 
 void MainWindow::exportSidecars()

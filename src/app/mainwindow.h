@@ -74,6 +74,7 @@ public slots:
     void showCamera();   // "Cámara…": live reception; the hub keeps receiving when it closes
     void showClientPick();   // "Selección del cliente…"
     void exportSidecars();   // "Exportar marcas de la carpeta actual a XMP", with progress
+    void showRename();       // "Renombrar…" on the selection
     CameraHub &cameraHub();   // the session's, made on first use
 
 protected:

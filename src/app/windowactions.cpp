@@ -53,7 +53,7 @@ QList<WindowAction> build()
     t += {QStringLiteral("sortAscending"), QStringLiteral("Ascendente"), {}, {}, true};
     t += {QStringLiteral("sortDescending"), QStringLiteral("Descendente"), {}, {}, true};
     // Herramientas
-    t += {QStringLiteral("rename"), QStringLiteral("Renombrar…"), {}, QStringLiteral("Renombrar"), false, true};
+    t += {QStringLiteral("rename"), QStringLiteral("Renombrar…"), key(Qt::Key_F2), QStringLiteral("Renombrar")};
     t += {QStringLiteral("clientPick"), QStringLiteral("Selección del cliente…"), {}, QStringLiteral("Selección del cliente")};
     t += {QStringLiteral("send"), QStringLiteral("Enviar…"), {}, QStringLiteral("Enviar"), false, true};
     // Ayuda

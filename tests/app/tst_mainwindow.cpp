@@ -11,6 +11,7 @@
 #include "app/griddelegate.h"
 #include "app/infopanel.h"
 #include "app/markssettingspage.h"
+#include "app/renamesheet.h"
 #include "app/settingsdialog.h"
 #include "app/singleinstance.h"
 #include "app/singleview.h"
@@ -34,7 +35,9 @@
 #include <QRadioButton>
 #include <QSettings>
 #include <QSlider>
+#include <QSpinBox>
 #include <QToolButton>
+#include <QTreeWidget>
 #include <QtConcurrent>
 
 #include <memory>
@@ -108,6 +111,7 @@ private slots:
     void infoPanelShowsCurrentShot();
     void settingsApplyAtOnce();
     void marksInSidecarsAndTheExport();
+    void renameFromTheSheetAndUndo();
     void sortMenuChangesOrder();
     void secondLaunchHandsPathsOver();
     void ctrlPlusAndMinusResizeTheCells();
@@ -770,6 +774,47 @@ void TestMainWindow::marksInSidecarsAndTheExport()
     QTest::mouseClick(page->exportButton(), Qt::LeftButton);
     QTRY_COMPARE(s.window.toast()->text(), QStringLiteral("Marcas de 3 imágenes exportadas a XMP."));
     QCOMPARE(sidecar("DSC_0003.xmp")->color, 1);
+}
+
+void TestMainWindow::renameFromTheSheetAndUndo()
+{
+    Session s(folder);
+    s.press(Qt::Key_2);   // DSC_0001, the NEF+JPG pair, marked yellow
+    s.press(Qt::Key_F2);
+    RenameSheet *sheet = nullptr;
+    QTRY_VERIFY((sheet = s.window.findChild<RenameSheet *>()) && sheet->isVisible());
+    sheet->simpleRadio()->setChecked(true);
+    QTest::keyClicks(sheet->nameField(), "Boda");
+    QCOMPARE(sheet->preview()->topLevelItem(0)->text(0), QStringLiteral("DSC_0001 .NEF .JPG"));
+    QCOMPARE(sheet->preview()->topLevelItem(0)->text(1), QStringLiteral("Boda_001 .NEF .JPG"));
+    QCOMPARE(sheet->renameButton()->text(), QStringLiteral("Renombrar 1 imagen"));
+    // A name already in the folder blocks the rename.
+    TestEnv::touch(folder + "/Boda_001.jpg");
+    sheet->nameField()->setText(QString());
+    delete sheet;
+    s.press(Qt::Key_F2);
+    QTRY_VERIFY((sheet = s.window.findChild<RenameSheet *>()) && sheet->isVisible());
+    QTest::keyClicks(sheet->nameField(), "Boda");
+    QCOMPARE(sheet->preview()->topLevelItem(0)->text(2), QStringLiteral("Boda_001.JPG ya existe en la carpeta"));
+    QVERIFY(!sheet->renameButton()->isEnabled());
+    QFile::remove(folder + "/Boda_001.jpg");
+    sheet->startSpin()->setValue(5);
+    QVERIFY(sheet->renameButton()->isEnabled());
+    QTest::mouseClick(sheet->renameButton(), Qt::LeftButton);
+    QTRY_COMPARE(sheet->resultTitle()->text(), QStringLiteral("Renombrado completado"));
+    QVERIFY(QFile::exists(folder + "/Boda_005.NEF") && QFile::exists(folder + "/Boda_005.JPG"));
+    QTRY_VERIFY(!s.state.isLoading() && std::any_of(s.state.photos().begin(), s.state.photos().end(), [](const PhotoPtr &p) {
+        return p->name() == QLatin1String("Boda_005.NEF") && p->colorClass() == ColorClass::c2;
+    }));
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("boda_005")).toObject(), json(R"({"c":2})"));
+    QCOMPARE(QSettings().value("rename.start").toInt(), 5);
+
+    // The toast takes it back.
+    QTest::mouseClick(sheet->findChildren<QPushButton *>().last(), Qt::LeftButton);   // Cerrar
+    QVERIFY(s.window.toast()->offersAction());
+    s.window.toast()->actionButton()->click();
+    QTRY_VERIFY(QFile::exists(folder + "/DSC_0001.NEF") && QFile::exists(folder + "/DSC_0001.JPG"));
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":2})"));
 }
 
 void TestMainWindow::sortMenuChangesOrder()
