@@ -208,10 +208,18 @@ RenameSheet::RenameSheet(BrowserSession &session, QWidget *parent)
     auto *outer = new QVBoxLayout(this);
     outer->addWidget(_pages);
 
+    // The page not shown takes no room: the simple mode is a few lines, the blocks a whole editor.
+    const auto showMode = [this] {
+        const int current = _custom->isChecked() ? 1 : 0;
+        for (int i = 0; i < _modePages->count(); ++i)
+            _modePages->widget(i)->setSizePolicy(QSizePolicy::Preferred, i == current ? QSizePolicy::Preferred : QSizePolicy::Ignored);
+        _modePages->setCurrentIndex(current);
+        _modePages->adjustSize();
+    };
     (saved.mode == RenameOptions::Mode::custom ? _custom : _simple)->setChecked(true);
-    _modePages->setCurrentIndex(_custom->isChecked() ? 1 : 0);
-    connect(_simple, &QRadioButton::toggled, this, [this] {
-        _modePages->setCurrentIndex(_custom->isChecked() ? 1 : 0);
+    showMode();
+    connect(_simple, &QRadioButton::toggled, this, [this, showMode] {
+        showMode();
         refresh();
     });
     connect(_template, &QComboBox::activated, this, [this](int index) {
