@@ -2,6 +2,7 @@
 #include "util/settings.h"
 
 #include "datasize.h"
+#include "serverspage.h"
 
 #include "camera/camerahub.h"
 #include "imaging/diskimagecache.h"
@@ -79,6 +80,7 @@ SettingsDialog::SettingsDialog(AppState &state, CameraHub *hub, QWidget *parent)
     };
     if (_hub)
         pages.append({QStringLiteral("Cámara"), cameraPage()});
+    pages.append({QStringLiteral("Servidores"), new ServersPage(_hub, this)});
     for (const auto &[title, page] : pages) {
         _pages->addItem(title);
         _stack->addWidget(page);

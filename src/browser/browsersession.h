@@ -16,6 +16,7 @@ class MarksBook;
 class MarksStore;
 class SharpnessAnalyzer;
 class SharpnessCache;
+class UploadCenter;
 
 class BrowserSession : public QObject
 {
@@ -40,6 +41,9 @@ public:
     CameraHub &cameraHub();
     bool hasCameraHub() const { return _cameraHub != nullptr; }
 
+    // The upload queue, made on first use (or with the camera hub, which forwards through it).
+    UploadCenter &uploads();
+
 signals:
     // The pipeline was tuned to this folder's disk.
     void pipelineConfigured(const QString &folder, DiskKind kind);
@@ -56,4 +60,5 @@ private:
     SharpnessAnalyzer *_analyzer;
     ImagePipeline *_pipeline = nullptr;
     CameraHub *_cameraHub = nullptr;
+    UploadCenter *_uploads = nullptr;
 };

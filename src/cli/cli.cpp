@@ -7,6 +7,7 @@
 #include "receivecommand.h"
 #include "sharpnesscommand.h"
 #include "thumbscommand.h"
+#include "uploadcommand.h"
 #include "xmpexportcommand.h"
 
 #include <QCoreApplication>
@@ -36,6 +37,13 @@ const Command kCommands[] = {
      "corvane ingest --from CARPETA --to CARPETA [--backup CARPETA] [--structure none|yearDate|yearMonthDate|date|session] "
      "[--session TEXTO] [--rename] [--preset N | --pattern JSON] [--start N] [--digits N] [--skip-imported] [--video] "
      "[--verify] [--eject] [--dry-run] [--json]"},
+    {"upload", &uploadCommand,
+     "corvane upload (URL | --server NOMBRE) ARCHIVO... [--user U] [--password P | --password-file F] "
+     "[--tls explicit|implicit] [--active] [--insecure] [--pin SHA256] [--tmp-name]"},
+    {"check", &checkCommand,
+     "corvane check (URL | --server NOMBRE) [--user U] [--password P | --password-file F] [--tls explicit|implicit] "
+     "[--active] [--insecure] [--pin SHA256]"},
+    {"queue", &queueCommand, "corvane queue [--json] [--run] [--clear]"},
     {"pick", &pickCommand, "corvane pick CARPETA (--message TEXTO | --message-file ARCHIVO | -) [--color N] [--select-only] [--json]"},
 };
 
