@@ -1,8 +1,10 @@
 // Sending to vsftpd on loopback: the upload queue against `curl -T` of the same files in one
 // process, in the same run. Corvane sends under a temporary name and renames (as the queue always
 // does for such a server), one transfer at a time and then two.
-//   upload_bench [--files N] [--mb M]      200 files of 20 MB by default
+//   upload_bench [--files N] [--mb M] [--rounds R]     200 files of 20 MB, 2 rounds by default
 // vsftpd needs root (it drops to the "ftp" user for anonymous uploads); without it nothing runs.
+// To see where the time goes: UPLOAD_BENCH_DIRECT=1 sends straight under the final names (no
+// rename), UPLOAD_BENCH_JOURNAL=PATH puts the queue's journal elsewhere (a tmpfs, say).
 #include "vsftpdserver.h"
 
 #include "upload/uploadqueue.h"
@@ -12,6 +14,7 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 
@@ -73,7 +76,8 @@ double timeQueue(const QString &dir, const QStringList &files, quint16 port, int
     server.host = QStringLiteral("127.0.0.1");
     server.port = port;
     server.folder = QStringLiteral("up");
-    UploadQueue queue(dir + QStringLiteral("/journal.json"));
+    server.tempName = !qEnvironmentVariableIsSet("UPLOAD_BENCH_DIRECT");
+    UploadQueue queue(qEnvironmentVariable("UPLOAD_BENCH_JOURNAL", dir + QStringLiteral("/journal.json")));
     queue.setServerLookup([server](const QString &) { return server; });
     queue.setParallel(parallel);
     const QString id = queue.add(server.id, files);
@@ -93,13 +97,15 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     ::signal(SIGPIPE, SIG_IGN);
-    int files = 200, mb = 20;
+    int files = 200, mb = 20, rounds = 2;
     const QStringList args = app.arguments();
     for (int i = 1; i + 1 < args.size(); i += 2) {
         if (args[i] == QLatin1String("--files"))
             files = args[i + 1].toInt();
         else if (args[i] == QLatin1String("--mb"))
             mb = args[i + 1].toInt();
+        else if (args[i] == QLatin1String("--rounds"))
+            rounds = std::max(1, args[i + 1].toInt());
     }
     QTemporaryDir dir;
     VsftpdServer ftp;
@@ -114,12 +120,18 @@ int main(int argc, char **argv)
     const double megabytes = double(files) * mb * 1.048576;
     std::printf("upload_bench: %d files of %d MB to vsftpd on loopback\n", files, mb);
 
-    const double curl = timeCurl(dir.path(), paths, ftp.url());
-    clear(ftp.upload);
-    const double one = timeQueue(dir.path(), paths, ftp.port, 1);
-    clear(ftp.upload);
-    const double two = timeQueue(dir.path(), paths, ftp.port, 2);
-    clear(ftp.upload);
+    // Each figure is the best of `rounds`, taken in turns, so neither side gains from going first
+    // (the disk is still writing out the round before).
+    double curl = 1e9, one = 1e9, two = 1e9;
+    const auto best = [](double &keep, double t) { keep = t <= 0 || keep <= 0 ? -1 : std::min(keep, t); };
+    for (int round = 0; round < rounds; ++round) {
+        best(curl, timeCurl(dir.path(), paths, ftp.url()));
+        clear(ftp.upload);
+        best(one, timeQueue(dir.path(), paths, ftp.port, 1));
+        clear(ftp.upload);
+        best(two, timeQueue(dir.path(), paths, ftp.port, 2));
+        clear(ftp.upload);
+    }
     if (curl <= 0 || one <= 0 || two <= 0) {
         std::fprintf(stderr, "upload_bench: a run failed\n");
         return 1;

@@ -233,7 +233,9 @@ void ServersPage::checkServer()
     _checkResult->setText(QStringLiteral("Comprobando…"));
     _checking.setFuture(QtConcurrent::run([s] {
         CheckResult r;
-        const TransferShim::Outcome o = TransferShim::list(s.connection(s.folderUrl()), nullptr);
+        TransferShim::Connection connection = s.connection(s.folderUrl());
+        connection.reuseConnection = false;   // a check logs in afresh
+        const TransferShim::Outcome o = TransferShim::list(connection, nullptr);
         r.code = o.code;
         r.text = o.ok() ? QString() : UploadTexts::forResult(o.code, o.text);
         if (r.code == 35 || r.code == 60 || r.code == 90)

@@ -40,15 +40,8 @@ namespace UploadPreparer {
 bool prepare(const UploadJob &job, const QString &path, QByteArray *bytes, QString *error)
 {
     const QString name = QFileInfo(path).fileName();
-    if (job.resizeLongSide <= 0 || !FileKinds::isImage(path)) {
-        QFile f(path);
-        if (!f.open(QIODevice::ReadOnly)) {
-            *error = QStringLiteral("no se puede leer «%1»").arg(name);
-            return false;
-        }
-        *bytes = f.readAll();
-        return true;
-    }
+    if (job.resizeLongSide <= 0 || !FileKinds::isImage(path))
+        return true;   // the file itself
     ImageDecoder::initialize();
     const QImage image = ImageDecoder::decode(path, FileKinds::isRaw(path), job.resizeLongSide).image;
     if (image.isNull()) {

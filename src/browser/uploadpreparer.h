@@ -14,6 +14,7 @@ class Photo;
 
 namespace UploadPreparer {
 
+// As UploadQueue::Preparer: `bytes` stays null for a file sent as it is.
 bool prepare(const UploadJob &job, const QString &path, QByteArray *bytes, QString *error);
 
 // The files of these shots to send: every member file, or with `jpegOnly` only the JPEG of a

@@ -4,6 +4,7 @@
 #include "terminalprogress.h"
 
 #include "browser/uploadpreparer.h"
+#include "upload/mappedfile.h"
 #include "upload/uploadqueue.h"
 #include "upload/uploadservers.h"
 #include "upload/uploadtexts.h"
@@ -182,22 +183,21 @@ int uploadCommand(const QStringList &args)
     TerminalProgress bar;
     int failures = 0;
     for (const QString &path : files) {
-        QFile f(path);
-        if (!f.open(QIODevice::ReadOnly)) {
+        const MappedFile bytes(path);
+        if (!bytes.isOpen()) {
             err(QStringLiteral("No se puede leer «%1».").arg(path));
             ++failures;
             continue;
         }
-        const QByteArray bytes = f.readAll();
         const QString name = QFileInfo(path).fileName();
         BarContext context{&bar, name};
         TransferShim::Outcome o;
         if (server->tempName) {
             const QString temp = QStringLiteral("%1.corvane.part").arg(name);
-            o = TransferShim::upload(server->connection(server->fileUrl(temp)), bytes.constData(), bytes.size(),
+            o = TransferShim::upload(server->connection(server->fileUrl(temp)), bytes.data(), bytes.size(),
                                      temp.toUtf8(), name.toUtf8(), drawBar, &context);
         } else {
-            o = TransferShim::upload(server->connection(server->fileUrl(name)), bytes.constData(), bytes.size(), {}, {},
+            o = TransferShim::upload(server->connection(server->fileUrl(name)), bytes.data(), bytes.size(), {}, {},
                                      drawBar, &context);
         }
         bar.finish();
@@ -225,7 +225,9 @@ int checkCommand(const QStringList &args)
     const std::optional<UploadServer> server = serverFrom(p, rest.value(0), &usage);
     if (!server)
         return usage ? 2 : 1;
-    const TransferShim::Outcome o = TransferShim::list(server->connection(server->folderUrl()), nullptr);
+    TransferShim::Connection connection = server->connection(server->folderUrl());
+    connection.reuseConnection = false;
+    const TransferShim::Outcome o = TransferShim::list(connection, nullptr);
     if (o.ok()) {
         out(QStringLiteral("Conexión correcta: %1").arg(QString::fromUtf8(server->folderUrl())));
         return 0;

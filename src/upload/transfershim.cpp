@@ -79,9 +79,42 @@ struct Call {
     int32_t verify = 1;
     int64_t lowSpeedTime = 0;
     const char *pinnedKey = nullptr;
+    bool reuse = false;
     char *error = nullptr;
     uint64_t errorSize = 0;
 };
+
+// A calling thread's own handle, kept between calls so the server connection it holds is used
+// again: a new login for every file costs more than a small file's transfer. One thread only, so
+// nothing is shared; freed (and the connection closed) when the thread ends.
+struct ThreadHandle {
+    CURL *curl = nullptr;
+    ~ThreadHandle()
+    {
+        if (curl)
+            curl_easy_cleanup(curl);
+    }
+};
+
+CURL *acquire(const Call &c)
+{
+    if (!c.reuse)
+        return curl_easy_init();
+    thread_local ThreadHandle handle;
+    if (!handle.curl)
+        handle.curl = curl_easy_init();
+    return handle.curl;
+}
+
+// Frees the handle, or for a kept one forgets every option (pointers into this call's buffers
+// included) while its connections stay open.
+void release(CURL *curl, const Call &c)
+{
+    if (c.reuse)
+        curl_easy_reset(curl);
+    else
+        curl_easy_cleanup(curl);
+}
 
 // The common options, in a fixed order (the upload's list; a check leaves out folder creation).
 void commonOptions(CURL *curl, const Call &c, char *curlError, bool createFolders)
@@ -141,7 +174,7 @@ int32_t doUpload(const Call &c, const void *bytes, int64_t length, const char *t
     pthread_once(&gInitOnce, globalInit);
     if (!validNames(c, tempName, finalName))
         return -2;
-    CURL *curl = curl_easy_init();
+    CURL *curl = acquire(c);
     if (!curl) {
         writeError(c.error, c.errorSize, kNoHandle);
         return -1;
@@ -175,7 +208,7 @@ int32_t doUpload(const Call &c, const void *bytes, int64_t length, const char *t
     }
     const int32_t result = finish(curl, c, curlError);
     curl_slist_free_all(commands);
-    curl_easy_cleanup(curl);
+    release(curl, c);
     return result;
 }
 
@@ -184,7 +217,7 @@ int32_t doList(const Call &c, QList<QByteArray> *names)
     pthread_once(&gInitOnce, globalInit);
     if (!validNames(c, nullptr, nullptr))
         return -2;
-    CURL *curl = curl_easy_init();
+    CURL *curl = acquire(c);
     if (!curl) {
         writeError(c.error, c.errorSize, kNoHandle);
         return -1;
@@ -196,7 +229,7 @@ int32_t doList(const Call &c, QList<QByteArray> *names)
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, collectListing);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &listing);
     const int32_t result = finish(curl, c, curlError);
-    curl_easy_cleanup(curl);
+    release(curl, c);
     if (result == 0 && names)
         for (QByteArray line : listing.pending.split('\n')) {
             line = line.trimmed();
@@ -217,6 +250,7 @@ Call callFor(const TransferShim::Connection &c, char *error, uint64_t size)
     call.verify = c.verifyCertificate ? 1 : 0;
     call.lowSpeedTime = c.lowSpeedTime;
     call.pinnedKey = c.pinnedKey.isEmpty() ? nullptr : c.pinnedKey.constData();
+    call.reuse = c.reuseConnection;
     call.error = error;
     call.errorSize = size;
     return call;
@@ -316,7 +350,7 @@ qint64 remoteSize(const Connection &c, Outcome *result)
             *result = outcome(-2, error);
         return -1;
     }
-    CURL *curl = curl_easy_init();
+    CURL *curl = acquire(call);
     if (!curl) {
         if (result)
             *result = outcome(-1, kNoHandle);
@@ -329,7 +363,7 @@ qint64 remoteSize(const Connection &c, Outcome *result)
     curl_off_t size = -1;
     if (code == 0)
         curl_easy_getinfo(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &size);
-    curl_easy_cleanup(curl);
+    release(curl, call);
     if (result)
         *result = outcome(code, error);
     return code == 0 ? qint64(size) : -1;
@@ -340,6 +374,7 @@ QByteArray serverKey(const Connection &c, Outcome *result)
     pthread_once(&gInitOnce, globalInit);
     char error[4096] = {};
     Connection open = c;
+    open.reuseConnection = false;   // the certificate is read during a handshake of its own
     open.verifyCertificate = false;
     open.pinnedKey.clear();
     const Call call = callFor(open, error, sizeof error);
@@ -348,7 +383,7 @@ QByteArray serverKey(const Connection &c, Outcome *result)
             *result = outcome(-2, error);
         return {};
     }
-    CURL *curl = curl_easy_init();
+    CURL *curl = acquire(call);
     if (!curl) {
         if (result)
             *result = outcome(-1, kNoHandle);
@@ -368,7 +403,7 @@ QByteArray serverKey(const Connection &c, Outcome *result)
         for (curl_slist *field = info->certinfo[0]; field; field = field->next)
             if (std::strncmp(field->data, "Cert:", 5) == 0)
                 pin = pinOfPem(field->data + 5);
-    curl_easy_cleanup(curl);
+    release(curl, call);
     if (result)
         *result = outcome(code, error);
     return pin;

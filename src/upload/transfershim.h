@@ -52,6 +52,9 @@ struct Connection {
     bool verifyCertificate = true;
     QByteArray pinnedKey;    // "sha256//BASE64"; empty: none
     qint64 lowSpeedTime = 0;
+    // Keep the calling thread's connection to the server open for its next call (the queue's
+    // workers); otherwise every call connects and logs in afresh, as the plain functions do.
+    bool reuseConnection = false;
 };
 
 struct Outcome {

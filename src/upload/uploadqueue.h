@@ -34,7 +34,7 @@ public:
     using Options = UploadOptions;
     using ServerLookup = std::function<std::optional<UploadServer>(const QString &id)>;
     // Makes the bytes to send for one file of a job (a resized copy, say); false and a Spanish
-    // line when it cannot. The default reads the file as it is.
+    // line when it cannot. Leaving `bytes` null sends the file as it is (the default).
     using Preparer = std::function<bool(const UploadJob &job, const QString &path, QByteArray *bytes, QString *error)>;
 
     // "~/.local/share/Corvane/envios.json".
@@ -83,7 +83,9 @@ private:
     void finishTransfer(const QString &jobId, int fileIndex, const Result &result);
     void failure(UploadJob &job, const Result &result);
     void readProgress();
-    void save();
+    // `durable`: synced to disk (new jobs and the user's own actions); otherwise only renamed
+    // into place, which a killed process cannot undo either.
+    void save(bool durable = true);
     bool inFlight(const QString &jobId) const;
 
     QString _path;

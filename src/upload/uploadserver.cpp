@@ -45,6 +45,7 @@ TransferShim::Connection UploadServer::connection(const QByteArray &url) const
     c.verifyCertificate = verifyCertificate && pinnedKey.isEmpty();   // a pinned key replaces the CA check
     c.pinnedKey = pinnedKey;
     c.lowSpeedTime = lowSpeedTime;
+    c.reuseConnection = true;
     return c;
 }
 

@@ -3,7 +3,11 @@
 // that do not, cancel, and a queue killed with SIGKILL that finishes after a restart.
 #include "corvanerun.h"
 #include "testenv.h"
+#include "testimages.h"
 #include "vsftpdserver.h"
+
+#include "browser/browsersession.h"
+#include "camera/camerahub.h"
 
 #include "camera/ftpreceiver.h"
 #include "upload/uploadqueue.h"
@@ -187,6 +191,38 @@ private slots:
         QCOMPARE(q.job(id)->state, UploadJob::State::cancelled);
         QTest::qWait(300);
         QVERIFY(!QFile::exists(ftp.upload + "/big.jpg"));
+    }
+
+    // What the camera sends over wifi goes on to the server set for it, as it arrives.
+    void cameraShotsAreForwarded()
+    {
+        QTemporaryDir dir;
+        VsftpdServer ftp;
+        if (!ftp.start(dir.path() + "/ftp"))
+            QSKIP("vsftpd needs root and the ftp user");
+        UploadServer server = serverAt(ftp.port);
+        server.id.clear();
+        const QString serverId = UploadServers::save(server);
+        const QString shot = TestImages::writeJpeg(dir.path() + "/DSC_0001.JPG", 640, 480, Qt::green);
+
+        BrowserSession session;
+        CameraHub &hub = session.cameraHub();
+        hub.setLimits(roomyLimits());
+        hub.setListenAddress(QHostAddress::LocalHost);
+        hub.setPort(0, false);
+        hub.setDestination(dir.path() + "/in");
+        hub.setAutoServer(serverId);
+        hub.setWifiOn(true);
+        QVERIFY(QTest::qWaitFor([&] { return hub.listeningPort() != 0; }, 5000));
+        QProcess curl;
+        curl.start(QStringLiteral("curl"), {QStringLiteral("-sS"), QStringLiteral("-T"), shot,
+                                            QStringLiteral("ftp://corvane:%1@127.0.0.1:%2/").arg(hub.password()).arg(hub.listeningPort())});
+        QVERIFY(curl.waitForFinished(10000));
+        QCOMPARE(curl.exitCode(), 0);
+        QVERIFY(QTest::qWaitFor([&] { return QFile::exists(ftp.upload + "/DSC_0001.JPG"); }, 15000));
+        QTRY_COMPARE_WITH_TIMEOUT(TestEnv::readAll(ftp.upload + "/DSC_0001.JPG"), TestEnv::readAll(shot), 5000);
+        hub.setWifiOn(false);
+        hub.setAutoServer({});
     }
 
     // Killed mid-transfer and started again: every file arrives once, whole, under its own name.
