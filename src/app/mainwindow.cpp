@@ -19,6 +19,7 @@
 #include "statusbar.h"
 #include "singleview.h"
 #include "toast.h"
+#include "uploadwindows.h"
 #include "windowactions.h"
 
 #include "analysis/sharpnessanalyzer.h"
@@ -103,6 +104,7 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     buildCentre();
     buildToolBar();
     buildMenus();
+    new UploadWindows(this, _session, _actions);
     buildStatusBar();
     restoreLayout();
 
@@ -416,6 +418,8 @@ void MainWindow::buildMenus()
     tools->addAction(a("rename"));
     tools->addAction(a("clientPick"));
     tools->addAction(a("send"));
+    tools->addAction(a("uploadQueue"));
+    tools->addAction(a("servers"));
 
     QMenu *help = bar->addMenu(QStringLiteral("A&yuda"));
     help->addAction(a("shortcuts"));

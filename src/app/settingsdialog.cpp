@@ -4,6 +4,7 @@
 #include "datasize.h"
 #include "markssettingspage.h"
 #include "settingstext.h"
+#include "serverspage.h"
 
 #include "camera/camerahub.h"
 #include "imaging/diskimagecache.h"
@@ -63,6 +64,7 @@ SettingsDialog::SettingsDialog(AppState &state, CameraHub *hub, QWidget *parent)
     };
     if (_hub)
         pages.append({QStringLiteral("Cámara"), cameraPage()});
+    pages.append({QStringLiteral("Servidores"), new ServersPage(_hub, this)});
     for (const auto &[title, page] : pages) {
         _pages->addItem(title);
         _stack->addWidget(page);

@@ -24,7 +24,7 @@ public:
     // `hub` may be null: the Cámara page (port and password of wifi reception) is left out.
     explicit SettingsDialog(AppState &state, CameraHub *hub = nullptr, QWidget *parent = nullptr);
 
-    // Page titles in order: "General", "Marcas", "Imagen", "Nitidez", "Cámara".
+    // Page titles in order: "General", "Marcas", "Imagen", "Nitidez", "Cámara", "Servidores".
     QStringList pageTitles() const;
     void showPage(const QString &title);
 

@@ -55,7 +55,9 @@ QList<WindowAction> build()
     // Herramientas
     t += {QStringLiteral("rename"), QStringLiteral("Renombrar…"), key(Qt::Key_F2), QStringLiteral("Renombrar")};
     t += {QStringLiteral("clientPick"), QStringLiteral("Selección del cliente…"), {}, QStringLiteral("Selección del cliente")};
-    t += {QStringLiteral("send"), QStringLiteral("Enviar…"), {}, QStringLiteral("Enviar"), false, true};
+    t += {QStringLiteral("send"), QStringLiteral("Enviar…"), {}, QStringLiteral("Enviar")};
+    t += {QStringLiteral("uploadQueue"), QStringLiteral("Cola de envíos")};
+    t += {QStringLiteral("servers"), QStringLiteral("Servidores…")};
     // Ayuda
     t += {QStringLiteral("shortcuts"), QStringLiteral("Atajos de teclado")};
     t += {QStringLiteral("about"), QStringLiteral("Acerca de Corvane")};

@@ -1,6 +1,7 @@
 #include "browsersession.h"
 
 #include "appstate.h"
+#include "uploadcenter.h"
 
 #include "analysis/sharpnessanalyzer.h"
 #include "camera/camerahub.h"
@@ -88,6 +89,14 @@ CameraHub &BrowserSession::cameraHub()
         // Grouped into the open folder when it is the destination: a late RAW joins its JPEG.
         connect(_cameraHub, &CameraHub::fileReceived, _state.get(),
                 [this](const QString &path) { _state->addFiles({path}, true); });
+        uploads().forwardFrom(*_cameraHub);
     }
     return *_cameraHub;
+}
+
+UploadCenter &BrowserSession::uploads()
+{
+    if (!_uploads)
+        _uploads = new UploadCenter({}, this);
+    return *_uploads;
 }

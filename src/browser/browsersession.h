@@ -17,6 +17,7 @@ class MarksStore;
 class SharpnessAnalyzer;
 class SharpnessCache;
 class XMPStore;
+class UploadCenter;
 
 class BrowserSession : public QObject
 {
@@ -42,6 +43,9 @@ public:
     CameraHub &cameraHub();
     bool hasCameraHub() const { return _cameraHub != nullptr; }
 
+    // The upload queue, made on first use (or with the camera hub, which forwards through it).
+    UploadCenter &uploads();
+
 signals:
     // The pipeline was tuned to this folder's disk.
     void pipelineConfigured(const QString &folder, DiskKind kind);
@@ -59,4 +63,5 @@ private:
     SharpnessAnalyzer *_analyzer;
     ImagePipeline *_pipeline = nullptr;
     CameraHub *_cameraHub = nullptr;
+    UploadCenter *_uploads = nullptr;
 };

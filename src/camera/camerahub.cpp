@@ -86,6 +86,18 @@ void CameraHub::setDestination(const QString &folder)
     restartIfOn();
 }
 
+void CameraHub::setAutoServer(const QString &serverId)
+{
+    if (serverId == _autoServer)
+        return;
+    _autoServer = serverId;
+    if (serverId.isEmpty())
+        Settings::camAutoServer.clear();
+    else
+        Settings::camAutoServer.set(serverId);
+    emit changed();
+}
+
 void CameraHub::renewPassword()
 {
     _password = FTPPassword::generate();

@@ -49,6 +49,9 @@ public:
     void setPort(int port, bool remember = true);
     // Where received files go; a running receiver moves to the new folder.
     void setDestination(const QString &folder);
+    // The upload server (its id) that received files are forwarded to, stored under
+    // "cam.autoServer"; empty: none.
+    void setAutoServer(const QString &serverId);
     // A new password, stored under "cam.ftpPassword" (for one that was seen by someone else); a
     // running receiver takes it at once, so the camera must be given it too.
     void renewPassword();

@@ -8,6 +8,7 @@
 #include "receivecommand.h"
 #include "sharpnesscommand.h"
 #include "thumbscommand.h"
+#include "uploadcommand.h"
 #include "xmpexportcommand.h"
 
 #include <QCoreApplication>
@@ -41,6 +42,13 @@ const Command kCommands[] = {
      "corvane rename [--mode simple|custom] [--name TEXTO] [--separator S] [--template ID] [--pattern JSON] [--start N] "
      "[--digits N] [--name-case keep|lower|upper] [--ext-case keep|lower|upper] [--dry-run] [--json] ARCHIVO..."},
     {"undo", &undoCommand, "corvane undo"},
+    {"upload", &uploadCommand,
+     "corvane upload (URL | --server NOMBRE) ARCHIVO... [--user U] [--password P | --password-file F] "
+     "[--tls explicit|implicit] [--active] [--insecure] [--pin SHA256] [--tmp-name]"},
+    {"check", &checkCommand,
+     "corvane check (URL | --server NOMBRE) [--user U] [--password P | --password-file F] [--tls explicit|implicit] "
+     "[--active] [--insecure] [--pin SHA256]"},
+    {"queue", &queueCommand, "corvane queue [--json] [--run] [--clear]"},
     {"pick", &pickCommand, "corvane pick CARPETA (--message TEXTO | --message-file ARCHIVO | -) [--color N] [--select-only] [--json]"},
 };
 

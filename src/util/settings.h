@@ -59,6 +59,9 @@ inline const Setting<QString> camFtpPassword{"cam.ftpPassword", {}};
 inline const Setting<QString> camAutoServer{"cam.autoServer", {}};
 inline const Setting<bool> camWifiOn{"cam.wifiOn", false};              // reception on at the last switch
 inline const Setting<QString> camDestination{"cam.destination", {}};     // empty: the open folder
+// Upload: the server list as JSON (passwords apart, see SecretStore) and transfers at a time
+inline const Setting<QString> uploadServers{"upload.servers", {}};
+inline const Setting<int> uploadParallel{"upload.parallel", 2};
 // The window
 inline const Setting<QByteArray> uiGeometry{"ui.geometry", {}};
 inline const Setting<QByteArray> uiSplitter{"ui.splitter", {}};
