@@ -397,7 +397,8 @@ print(c.store('padded.jpg', a + b'\0' * 300))
 
     // A file that is costly to finish (a TIFF built to be costly to walk, under a name with 1000
     // stored files of its size to compare it with) does not hold the other cameras: a second
-    // session's NOOPs are answered meanwhile.
+    // session's NOOPs are answered meanwhile, none of them held for a good part of the finishing.
+    // (Measured against the finishing itself, not the clock: a busy machine slows both.)
     void otherSessionsAnsweredWhileAFileIsFinished()
     {
         Server s;
@@ -417,15 +418,17 @@ r, d = a.passive()
 print(a.cmd('STOR DSC_0001.NEF'))
 d.sendall(open('%1', 'rb').read())
 d.close()
-worst, count = 0, 0
+worst, count, began = 0, 0, time.monotonic()
 while not select.select([a.s], [], [], 0.005)[0]:
     start = time.monotonic()
     assert b.cmd('NOOP') == '200 Vale'
     worst, count = max(worst, time.monotonic() - start), count + 1
+took = time.monotonic() - began
 print(a.reply())
-print('answered within 100 ms' if count and worst < 0.1 else '%d NOOPs, slowest %d ms' % (count, worst * 1000))
+print('answered meanwhile' if count >= 10 and worst < took / 5 else
+      '%d NOOPs in %d ms, slowest %d ms' % (count, took * 1000, worst * 1000))
 )").arg(path));
-        QCOMPARE(out, lines({"150 Lista", "226 Recibida", "answered within 100 ms"}));
+        QCOMPARE(out, lines({"150 Lista", "226 Recibida", "answered meanwhile"}));
         QCOMPARE(s.read("DSC_0001-1001.NEF"), crafted);
         QVERIFY(s.files(true).isEmpty());
     }
