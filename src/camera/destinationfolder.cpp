@@ -57,7 +57,15 @@ bool readAt(int fd, char *buf, size_t n, off_t offset)
     return true;
 }
 
-bool sameContents(int dirFd, const QString &name, int otherFd)
+// Two buffers the size of the file (at most 1 MiB), left uninitialised and made once per placing:
+// a camera repeating one name compares each upload with every earlier one, and zeroing or
+// faulting in 2 MiB for each of those comparisons cost more than reading the files.
+struct CompareBuffers {
+    std::unique_ptr<char[]> x, y;
+    size_t size = 0;
+};
+
+bool sameContents(int dirFd, const QString &name, int otherFd, CompareBuffers &buffers)
 {
     const UniqueFd fd(::openat(dirFd, native(name).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     if (!fd)
@@ -65,14 +73,16 @@ bool sameContents(int dirFd, const QString &name, int otherFd)
     struct stat a, b;
     bool same = ::fstat(fd.get(), &a) == 0 && ::fstat(otherFd, &b) == 0 && S_ISREG(a.st_mode) && a.st_size == b.st_size;
     if (same && !(a.st_dev == b.st_dev && a.st_ino == b.st_ino)) {
-        // Buffers the size of the file (at most 1 MiB), left uninitialised: a camera repeating one
-        // name compares each upload with every earlier one, and zeroing 2 MiB for each of those
-        // comparisons cost more than reading the files.
         const size_t chunk = size_t(std::min<off_t>(a.st_size, off_t(1) << 20));
-        const std::unique_ptr<char[]> x(new char[chunk]), y(new char[chunk]);
+        if (buffers.size < chunk) {
+            buffers.x.reset(new char[chunk]);
+            buffers.y.reset(new char[chunk]);
+            buffers.size = chunk;
+        }
+        char *x = buffers.x.get(), *y = buffers.y.get();
         for (off_t pos = 0; same && pos < a.st_size;) {
             const size_t n = size_t(std::min<off_t>(off_t(chunk), a.st_size - pos));
-            same = readAt(fd.get(), x.get(), n, pos) && readAt(otherFd, y.get(), n, pos) && std::memcmp(x.get(), y.get(), n) == 0;
+            same = readAt(fd.get(), x, n, pos) && readAt(otherFd, y, n, pos) && std::memcmp(x, y, n) == 0;
             pos += off_t(n);
         }
     }
@@ -165,11 +175,12 @@ DestinationFolder::Placed DestinationFolder::place(Temp &temp, const FTPPath::Pa
     }
     QHash<QString, QString> existing = listNames(dir.get());
     const QString prefix = pathOf(folder) + QLatin1Char('/');
+    CompareBuffers buffers;
     for (int n = 1; n < 100000; ++n) {
         const QString candidate = numbered(name, n);
         const auto it = existing.constFind(candidate.toLower());
         if (it != existing.constEnd()) {
-            if (sameContents(dir.get(), *it, temp.fd.get())) {
+            if (sameContents(dir.get(), *it, temp.fd.get(), buffers)) {
                 out.path = prefix + *it;
                 out.repeat = true;
                 break;

@@ -105,7 +105,9 @@ FTPSession::FTPSession(QTcpSocket *ctrlSocket, FTPReceiver *owner)
     connect(idle, &QTimer::timeout, this, [this] {
         if (closed)
             return;
-        if (transferRunning()) {   // a long upload is watched by the data watchdog instead
+        // A long upload is watched by the data watchdog instead; while the session is busy
+        // (finishing a file, pausing after a wrong password) the camera waits for us.
+        if (transferRunning() || busy) {
             armIdle();
             return;
         }
@@ -704,6 +706,7 @@ void FTPSession::finished(FTPReceiver *owner, FTPSession *session, const FTPPath
                             : f.placed.error ? writeErrorText(f.placed.error) : QString();
     if (session && !session->closed) {
         session->busy = false;
+        session->armIdle();   // the camera's silence counts from this reply
         if (f.truncated)
             session->reply(451, refusal);
         else if (f.placed.error)

@@ -372,14 +372,6 @@ private slots:
         QVERIFY(w->isVisible());
         w->close();
     }
-
-    void timeLeft()
-    {
-        QCOMPARE(ImportProgressPage::formatDuration(12), "12 s");
-        QCOMPARE(ImportProgressPage::formatDuration(80), "1 min 20 s");
-        QCOMPARE(ImportProgressPage::formatDuration(120), "2 min");
-        QCOMPARE(ImportProgressPage::formatDuration(3720), "1 h 2 min");
-    }
 };
 
 QTEST_MAIN(TestImportWindow)

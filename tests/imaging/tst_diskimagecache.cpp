@@ -322,7 +322,6 @@ private slots:
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<int>("days");
         QTest::newRow("unset") << QVariant() << 90;
-        QTest::newRow("0") << QVariant(0) << 0;
         QTest::newRow("text 45") << QVariant("45") << 45;
         QTest::newRow("words") << QVariant("forever") << 90;
     }

@@ -105,23 +105,6 @@ private slots:
         QVERIFY(!mountFor({}, path).has_value());
     }
 
-    void networkTypes_data()
-    {
-        QTest::addColumn<QString>("type");
-        QTest::addColumn<bool>("network");
-        for (const char *t : {"nfs4", "cifs", "fuse.sshfs"})
-            QTest::newRow(t) << QString::fromLatin1(t) << true;
-        for (const char *t : {"ext4", "fuseblk"})
-            QTest::newRow(t) << QString::fromLatin1(t) << false;
-    }
-    void networkTypes()
-    {
-        QFETCH(QString, type);
-        QFETCH(bool, network);
-        QCOMPARE(isNetworkFs(type), network);
-        QCOMPARE(diskKindOfMount(mount(type, 8, 1), sys.path()) == DiskKind::network, network);
-    }
-
     void blockDevices_data()
     {
         QTest::addColumn<unsigned>("major");

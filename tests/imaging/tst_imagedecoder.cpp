@@ -270,45 +270,39 @@ private slots:
 
     // ----- RAW files
 
+    // The camera stores the preview as the sensor saw it and says "turn right" in IFD0; a preview
+    // that carries its own EXIF orientation keeps it over the container's.
+    void rawEmbeddedJpeg_data()
+    {
+        QTest::addColumn<int>("own");   // the preview's own EXIF orientation; 0: none
+        QTest::addColumn<int>("corner");
+        QTest::newRow("turned by the container") << 0 << int(TopRight);
+        QTest::newRow("the preview's own 8") << 8 << int(BottomLeft);
+    }
     void rawEmbeddedJpeg()
     {
-        // The camera stores the preview as the sensor saw it and says "turn right" in IFD0.
+        QFETCH(int, own);
+        QFETCH(int, corner);
         TiffRawWriter::Options o;
         o.orientation = 6;
-        o.jpeg = jpegBytes(marked(1200, 800));
-        const QString p = writeRaw(QStringLiteral("turned.nef"), o);
+        o.jpeg = own ? TestEnv::readAll(orientedJpeg(QStringLiteral("own%1.jpg").arg(own), own, 1200, 800))
+                     : jpegBytes(marked(1200, 800));
+        const QString p = writeRaw(own ? QStringLiteral("own%1.nef").arg(own) : QStringLiteral("turned.nef"), o);
 
         const ImageDecoder::Result r = ImageDecoder::decode(p, true, 600);
         QCOMPARE(r.source, QString::fromUtf8(ImageDecoder::kRawEmbedded));
         QCOMPARE(sizeOf(r.image), QSize(400, 600));
-        QCOMPARE(checkCorner(r.image, TopRight), QString());
+        QCOMPARE(checkCorner(r.image, Corner(corner)), QString());
 
         // Not enlarged when the preview is smaller than asked but at least half.
         QCOMPARE(sizeOf(ImageDecoder::decode(p, true, 2000).image), QSize(800, 1200));
+        // Not reduced at all, turned all the same.
+        QCOMPARE(checkCorner(ImageDecoder::thumbnailFromJpeg(o.jpeg, 5000, 6), Corner(corner)), QString());
 
         // Full image: the whole preview, upright.
         const QImage full = ImageDecoder::fullImage(p, true);
         QCOMPARE(sizeOf(full), QSize(800, 1200));
-        QCOMPARE(checkCorner(full, TopRight), QString());
-    }
-
-    void rawJpegOwnOrientation()
-    {
-        // A preview that carries its own EXIF orientation keeps it over the container's.
-        const QString jpeg = orientedJpeg(QStringLiteral("own8.jpg"), 8, 1200, 800);
-        TiffRawWriter::Options o;
-        o.orientation = 6;
-        o.jpeg = TestEnv::readAll(jpeg);
-        const QString p = writeRaw(QStringLiteral("own8.nef"), o);
-        const ImageDecoder::Result r = ImageDecoder::decode(p, true, 600);
-        QCOMPARE(sizeOf(r.image), QSize(400, 600));
-        QCOMPARE(checkCorner(r.image, BottomLeft), QString());
-
-        // Not reduced at all, turned all the same.
-        QCOMPARE(checkCorner(ImageDecoder::thumbnailFromJpeg(o.jpeg, 5000, 6), BottomLeft), QString());
-        const QImage full = ImageDecoder::fullImage(p, true);
-        QCOMPARE(sizeOf(full), QSize(800, 1200));
-        QCOMPARE(checkCorner(full, BottomLeft), QString());
+        QCOMPARE(checkCorner(full, Corner(corner)), QString());
     }
 
     void rawSmallPreview()

@@ -294,29 +294,6 @@ private slots:
         QCOMPARE(e->longSide, 900);
     }
 
-    // A camera's 24-megapixel file: the full-size preview for a 2560-pixel view, the bytes untouched.
-    void realisticRaw()
-    {
-        const Options o = TiffRawWriter::realistic();
-        Layout layout;
-        const QByteArray file = TiffRawWriter::build(o, &layout);
-        QVERIFY(file.size() > 10'000'000);
-        QTemporaryDir dir;
-        const QString path = writeFile(dir, "DSC_0001.NEF", file);
-        const QList<Candidate> list = candidatesOf(file);
-        QCOMPARE(render(list), expect(layout.jpegs[0].first, layout.jpegs[0].first + o.jpeg.size(), 6000, 4000, 1, true));
-        const auto e = RawPreview::embeddedJPEG(path, 2560, 0, true, true);
-        QVERIFY(e);
-        QVERIFY(e->jpeg == o.jpeg);
-        QCOMPARE(e->longSide, 6000);
-        QCOMPARE(e->orientation, std::optional<int>(1));
-        QCOMPARE(e->label, QStringLiteral("JPEG del RAW"));
-        // The uncompressed thumbnail in IFD0 is no JPEG; the sensor data holds none either.
-        QVERIFY(!RawPreview::searchJPEG(bytesOf(file), layout.jpegs[0].first));
-        const QByteArray sensor = file.mid(layout.sensorOffset);
-        QVERIFY(!RawPreview::searchJPEG(bytesOf(sensor), sensor.size()));
-    }
-
     // ----- Limits and loops
 
     void loopsAreWalkedOnce()

@@ -107,13 +107,15 @@ private slots:
     {
         QTemporaryDir tmp;
         const QString card = tmp.path() + "/card", a = tmp.path() + "/A", b = tmp.path() + "/B";
-        const QMap<QString, QByteArray> files = makeCard(card, 15, 2 << 20);
+        // Six pairs: each run fsyncs every copy and reads it back from the disk, so a run costs
+        // by the file, and 26 runs of a bigger card outlast the test's time on a busy disk.
+        const QMap<QString, QByteArray> files = makeCard(card, 6, 2 << 20);
         QDir().mkpath(a);
         QDir().mkpath(b);
         const QStringList args{"--from", card, "--to", a, "--backup", b, "--structure", "yearDate", "--session",
                                "Boda Marta", "--rename", "--skip-imported", "--verify"};
         const QList<Planned> plan = planOf(args, files);
-        QCOMPARE(plan.size(), 30);
+        QCOMPARE(plan.size(), 12);
 
         // How long one whole run takes here, to spread the kills over it.
         QElapsedTimer clock;

@@ -48,14 +48,6 @@ class TestNamePattern : public QObject
 private slots:
     void initTestCase() { TestEnv::isolate(); }
 
-    void kindsComeBackFromTheirRawValues()
-    {
-        for (K kind : NameToken::allKinds())
-            QCOMPARE(NameToken::kindFromRaw(NameToken::rawValue(kind)), std::optional<K>(kind));
-        QVERIFY(!NameToken::kindFromRaw("Date"));
-        QVERIFY(NameToken(K::date).id != NameToken(K::date).id);
-    }
-
     void rendersEveryKind()
     {
         const NameValues v = wedding();
@@ -287,14 +279,6 @@ private slots:
         // Every application of a preset gets fresh ids.
         QVERIFY(NamePattern::presets()[0].pattern.tokens[0].id != presets[0].pattern.tokens[0].id);
         QVERIFY(presets[0].pattern != NamePattern::defaultPattern());
-    }
-
-    void duplicateWarningRule()
-    {
-        QVERIFY(!NamePattern::defaultPattern().mayRepeatNames());
-        QVERIFY(!pattern({NameToken(K::original)}).mayRepeatNames());
-        QVERIFY(pattern({NameToken(K::date), NameToken(K::session)}).mayRepeatNames());
-        QVERIFY(!pattern({}).mayRepeatNames());   // no blocks: the original name is used
     }
 
     void settingFallsBackToTheDefault()
