@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "ingestcommand.h"
+#include "iptccommand.h"
 #include "pickcommand.h"
 #include "rawpreviewscommand.h"
 #include "receivecommand.h"
@@ -30,12 +31,14 @@ const Command kCommands[] = {
     {"sharpness", &sharpnessCommand, "corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"},
     {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},
     {"xmp-export", &xmpExportCommand, "corvane xmp-export CARPETA"},
+    {"iptc", &iptcCommand,
+     "corvane iptc show [--json] ARCHIVO... | corvane iptc apply (--template NOMBRE | --template-file ARCHIVO.json) [--json] ARCHIVO..."},
     {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
     {"receive", &receiveCommand, "corvane receive --to CARPETA [--port N]"},
     {"ingest", &ingestCommand,
      "corvane ingest --from CARPETA --to CARPETA [--backup CARPETA] [--structure none|yearDate|yearMonthDate|date|session] "
      "[--session TEXTO] [--rename] [--preset N | --pattern JSON] [--start N] [--digits N] [--skip-imported] [--video] "
-     "[--verify] [--eject] [--dry-run] [--json]"},
+     "[--verify] [--eject] [--iptc PLANTILLA] [--dry-run] [--json]"},
     {"pick", &pickCommand, "corvane pick CARPETA (--message TEXTO | --message-file ARCHIVO | -) [--color N] [--select-only] [--json]"},
 };
 
