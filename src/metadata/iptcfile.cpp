@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -338,7 +339,7 @@ QByteArray rawSegments(const QByteArray &bytes, const JpegSegments::Layout &l, b
     QByteArray out;
     for (const auto &s : l.segments)
         if (xmp ? JpegSegments::isXmp(bytes, s) : JpegSegments::isPhotoshop(bytes, s)) {
-            out += bytes.mid(s.begin, s.end - s.begin);
+            out.append(bytes.constData() + s.begin, s.end - s.begin);   // a copy: `bytes` may be a mapping
             if (xmp)
                 break;   // a second standard XMP segment is not read by anyone; it goes
         }
@@ -356,12 +357,12 @@ QByteArray segment(unsigned char marker, const QByteArray &data)
     return s + data;
 }
 
-// The file with its XMP and Photoshop segments replaced by `xmp` and `photoshop` (complete
-// segments, either may be empty); every other segment and the image data as they were.
-QByteArray rebuild(const QByteArray &bytes, const JpegSegments::Layout &l, const QByteArray &xmp, const QByteArray &photoshop)
+// The start of the new file, up to its image data: the original's segments with the XMP and
+// Photoshop ones replaced by `xmp` and `photoshop` (complete segments, either may be empty).
+QByteArray rebuildHead(const QByteArray &bytes, const JpegSegments::Layout &l, const QByteArray &xmp, const QByteArray &photoshop)
 {
     QByteArray out;
-    out.reserve(bytes.size() + xmp.size() + photoshop.size());
+    out.reserve(l.scan + xmp.size() + photoshop.size());
     out.append("\xFF\xD8", 2);
     bool xmpDone = false, psDone = false;
     // New segments go where the old ones stood, else after the leading JFIF and EXIF segments.
@@ -400,20 +401,15 @@ QByteArray rebuild(const QByteArray &bytes, const JpegSegments::Layout &l, const
             out.append(bytes.constData() + s.begin, s.end - s.begin);
         }
     }
-    out.append(bytes.constData() + l.scan, bytes.size() - l.scan);
     return out;
 }
 
-// Whether `after` is `before` with at most its XMP and Photoshop segments changed: the same other
-// segments in the same order, byte for byte, and the same image data to the last byte.
-bool sameImage(const QByteArray &before, const JpegSegments::Layout &lb, const QByteArray &after)
+// Whether `head`, followed by the original's image data, is the original with at most its XMP and
+// Photoshop segments changed: the same other segments in the same order, byte for byte.
+bool sameSegments(const QByteArray &before, const JpegSegments::Layout &lb, const QByteArray &head)
 {
-    const auto la = JpegSegments::parse(after);
-    if (!la)
-        return false;
-    const qsizetype tail = before.size() - lb.scan;
-    if (after.size() - la->scan != tail
-        || std::memcmp(before.constData() + lb.scan, after.constData() + la->scan, size_t(tail)) != 0)
+    const auto la = JpegSegments::parse(head + QByteArray("\xFF\xDA\x00\x02", 4));
+    if (!la || la->scan != head.size())
         return false;
     auto others = [](const QByteArray &b, const JpegSegments::Layout &l) {
         std::vector<QByteArrayView> v;
@@ -422,7 +418,7 @@ bool sameImage(const QByteArray &before, const JpegSegments::Layout &lb, const Q
                 v.emplace_back(b.constData() + s.data - 2, s.end - s.data + 2);   // length and data
         return v;
     };
-    const auto sb = others(before, lb), sa = others(after, *la);
+    const auto sb = others(before, lb), sa = others(head, *la);
     if (sb.size() != sa.size())
         return false;
     for (size_t i = 0; i < sb.size(); ++i)
@@ -431,12 +427,61 @@ bool sameImage(const QByteArray &before, const JpegSegments::Layout &lb, const Q
     return true;
 }
 
-// Writes `bytes` over the JPEG at `path` (whose state before is `st` and content `original`): a
-// hidden temporary beside it, read back and checked, with the original's mode and times, synced
-// (or handed to the batch) and renamed. Empty, or the reason.
-QString replaceJpeg(const QString &path, const struct stat &st, const QByteArray &original,
-                    const JpegSegments::Layout &layout, const QByteArray &bytes, AtomicBatch *batch)
+// Whether the file behind `fd` holds exactly `head` followed by `tail`, read back in chunks.
+bool holdsExactly(int fd, const QByteArray &head, const char *tail, qsizetype tailSize)
 {
+    thread_local std::vector<char> buffer(size_t(1) << 20);
+    if (::lseek(fd, 0, SEEK_SET) != 0)
+        return false;
+    qsizetype at = 0;
+    const qsizetype total = head.size() + tailSize;
+    for (;;) {
+        const qint64 n = FileIo::readFully(fd, buffer.data(), qint64(buffer.size()));
+        if (n < 0)
+            return false;
+        if (n == 0)
+            return at == total;
+        if (at + n > total)
+            return false;
+        for (qint64 i = 0; i < n;) {
+            const qsizetype pos = at + qsizetype(i);
+            const bool inHead = pos < head.size();
+            const qsizetype run = std::min<qsizetype>(qsizetype(n - i), inHead ? head.size() - pos : total - pos);
+            const char *expected = inHead ? head.constData() + pos : tail + (pos - head.size());
+            if (std::memcmp(buffer.data() + i, expected, size_t(run)) != 0)
+                return false;
+            i += run;
+        }
+        at += qsizetype(n);
+    }
+}
+
+// The image data from the original into the new file: inside the kernel where the file system
+// can (no copy through memory, or a shared extent), else written from the mapping.
+bool copyTail(int from, int to, qsizetype offset, const char *tail, qsizetype size)
+{
+    loff_t in = loff_t(offset);
+    qsizetype done = 0;
+    while (done < size) {
+        const ssize_t n = ::copy_file_range(from, &in, to, nullptr, size_t(size - done), 0);
+        if (n <= 0) {
+            if (n < 0 && errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
+                return false;
+            break;
+        }
+        done += qsizetype(n);
+    }
+    return done == size || FileIo::writeFully(to, tail + done, size - done);
+}
+
+// Writes `head` and the original's image data over the JPEG at `path` (whose state before is `st`
+// and content `original`): a hidden temporary beside it, read back and checked, with the
+// original's mode and times, synced (or handed to the batch) and renamed. Empty, or the reason.
+QString replaceJpeg(const QString &path, const struct stat &st, int originalFd, const QByteArray &original,
+                    const JpegSegments::Layout &layout, const QByteArray &head, AtomicBatch *batch)
+{
+    if (!sameSegments(original, layout, head))
+        return QStringLiteral("no se pudo componer el archivo nuevo");
     const QString folder = QFileInfo(path).absolutePath();
     const QByteArray temp = QFile::encodeName(folder + QStringLiteral("/.corvane-")
                                               + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".part"));
@@ -448,15 +493,14 @@ QString replaceJpeg(const QString &path, const struct stat &st, const QByteArray
         ::unlink(temp.constData());
         return describe(e);
     };
-    if (!FileIo::writeFully(fd.get(), bytes.constData(), bytes.size()))
+    const char *tail = original.constData() + layout.scan;
+    const qsizetype tailSize = original.size() - layout.scan;
+    if (!FileIo::writeFully(fd.get(), head.constData(), head.size()) || !copyTail(originalFd, fd.get(), layout.scan, tail, tailSize))
         return drop(errno);
-    // What reached the file system must be the image untouched.
-    QByteArray back(bytes.size(), Qt::Uninitialized);
-    if (::lseek(fd.get(), 0, SEEK_SET) != 0 || FileIo::readFully(fd.get(), back.data(), back.size()) != back.size())
+    // What reached the file system must be the new segments and the image data untouched.
+    errno = 0;
+    if (!holdsExactly(fd.get(), head, tail, tailSize))
         return drop(errno ? errno : EIO);
-    if (back != bytes || !sameImage(original, layout, back))
-        return drop(EIO);
-    back = QByteArray();
     const int owned = ::fchown(fd.get(), st.st_uid, st.st_gid);   // kept where allowed
     Q_UNUSED(owned);
     const struct timespec times[2] = {st.st_atim, st.st_mtim};
@@ -488,48 +532,74 @@ QString replaceJpeg(const QString &path, const struct stat &st, const QByteArray
     return {};
 }
 
+// The file mapped read-only: the page cache's own pages, no copy of a 30 MB JPEG in memory.
+struct Mapping {
+    void *data = MAP_FAILED;
+    size_t size = 0;
+    Mapping() = default;
+    Mapping(const Mapping &) = delete;
+    Mapping &operator=(const Mapping &) = delete;
+    ~Mapping()
+    {
+        if (data != MAP_FAILED)
+            ::munmap(data, size);
+    }
+};
+
 struct OpenJpeg {
     QString path;
     struct stat st {};
-    QByteArray bytes;
+    UniqueFd fd;
+    Mapping map;
+    QByteArray bytes;   // over `map`
     JpegSegments::Layout layout;
     QString error;
 };
 
 // The JPEG behind `path` (links followed), read whole and taken apart.
-OpenJpeg openJpeg(const QString &given, bool forWriting)
+void openJpeg(OpenJpeg &j, const QString &given, bool forWriting)
 {
-    OpenJpeg j;
     const QFileInfo info(given);
     j.path = info.isSymLink() ? info.canonicalFilePath() : info.absoluteFilePath();
     const QByteArray native = QFile::encodeName(j.path);
     if (::stat(native.constData(), &j.st) != 0) {
         j.error = errno == ENOENT ? QStringLiteral("el archivo no existe") : describe(errno);
-        return j;
+        return;
     }
     if (!S_ISREG(j.st.st_mode)) {
         j.error = QStringLiteral("no es un archivo");
-        return j;
+        return;
     }
     // A file locked against writing stays locked, even for a user the system would let through.
     if (forWriting && (::access(native.constData(), W_OK) != 0 || (j.st.st_mode & 0222) == 0)) {
         j.error = errno == EROFS ? QStringLiteral("el disco es de solo lectura") : QStringLiteral("el archivo es de solo lectura");
-        return j;
+        return;
     }
-    int e = 0;
-    const auto bytes = readWhole(j.path, qint64(2) << 30, &e);
-    if (!bytes) {
-        j.error = describe(e);
-        return j;
+    j.fd.reset(::open(native.constData(), O_RDONLY | O_CLOEXEC));
+    UniqueFd &fd = j.fd;
+    if (!fd) {
+        j.error = describe(errno);
+        return;
     }
-    j.bytes = *bytes;
+    if (j.st.st_size < 4) {
+        j.error = QStringLiteral("no es un JPEG");
+        return;
+    }
+    j.map.size = size_t(j.st.st_size);
+    j.map.data = ::mmap(nullptr, j.map.size, PROT_READ, MAP_PRIVATE, fd.get(), 0);
+    if (j.map.data == MAP_FAILED) {
+        j.error = describe(errno);
+        return;
+    }
+    ::madvise(j.map.data, j.map.size, MADV_SEQUENTIAL);
+    j.bytes = QByteArray::fromRawData(static_cast<const char *>(j.map.data), qsizetype(j.map.size));
     QString why;
     const auto layout = JpegSegments::parse(j.bytes, &why);
     if (!layout)
         j.error = why;
     else
         j.layout = *layout;
-    return j;
+    return;
 }
 
 // The JPEG's IIM and XMP, decoded; false with a reason when either is damaged.
@@ -540,7 +610,7 @@ bool decodeJpeg(const OpenJpeg &j, Exiv2::IptcData &iptc, Exiv2::XmpData &xmp, Q
     std::string packet;
     for (const auto &s : j.layout.segments) {
         if (JpegSegments::isPhotoshop(j.bytes, s))
-            photoshop += j.bytes.mid(s.data + psHeader, s.dataSize() - psHeader);
+            photoshop.append(j.bytes.constData() + s.data + psHeader, s.dataSize() - psHeader);
         else if (JpegSegments::isXmp(j.bytes, s) && packet.empty())
             packet.assign(j.bytes.constData() + s.data + xmpHeader, size_t(s.dataSize() - xmpHeader));
     }
@@ -572,7 +642,8 @@ bool decodeJpeg(const OpenJpeg &j, Exiv2::IptcData &iptc, Exiv2::XmpData &xmp, Q
 
 Result applyJpeg(const IptcTemplate &t, const QString &given, AtomicBatch *batch)
 {
-    const OpenJpeg j = openJpeg(given, true);
+    OpenJpeg j;
+    openJpeg(j, given, true);
     if (!j.error.isEmpty())
         return failure(given, j.path, j.error);
     Exiv2::IptcData iptc;
@@ -626,8 +697,7 @@ Result applyJpeg(const IptcTemplate &t, const QString &given, AtomicBatch *batch
     u.jpeg = true;
     u.before = rawSegments(j.bytes, j.layout, true);
     u.beforePhotoshop = rawSegments(j.bytes, j.layout, false);
-    const QByteArray out = rebuild(j.bytes, j.layout, newXmp, newPs);
-    const QString error = replaceJpeg(j.path, j.st, j.bytes, j.layout, out, batch);
+    const QString error = replaceJpeg(j.path, j.st, j.fd.get(), j.bytes, j.layout, rebuildHead(j.bytes, j.layout, newXmp, newPs), batch);
     if (!error.isEmpty())
         return failure(given, j.path, error);
     return {Result::written, j.path, {}, u};
@@ -768,10 +838,11 @@ QString undo(const Undo &u)
         const QString error = writeSidecarBytes(u.file, true, u.before, nullptr);
         return error.isEmpty() ? QString() : QStringLiteral("%1: %2").arg(fileName(u.file), error);
     }
-    const OpenJpeg j = openJpeg(u.file, true);
+    OpenJpeg j;
+    openJpeg(j, u.file, true);
     QString error = j.error;
     if (error.isEmpty())
-        error = replaceJpeg(j.path, j.st, j.bytes, j.layout, rebuild(j.bytes, j.layout, u.before, u.beforePhotoshop), nullptr);
+        error = replaceJpeg(j.path, j.st, j.fd.get(), j.bytes, j.layout, rebuildHead(j.bytes, j.layout, u.before, u.beforePhotoshop), nullptr);
     return error.isEmpty() ? QString() : QStringLiteral("%1: %2").arg(fileName(u.file), error);
 }
 
@@ -779,7 +850,8 @@ std::optional<IptcValues> read(const QString &path)
 {
     ensureExiv2();
     if (writesInside(path)) {
-        const OpenJpeg j = openJpeg(path, false);
+        OpenJpeg j;
+        openJpeg(j, path, false);
         if (!j.error.isEmpty())
             return std::nullopt;
         Exiv2::IptcData iptc;
