@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "ingestcommand.h"
+#include "iptccommand.h"
 #include "pickcommand.h"
 #include "renamecommand.h"
 #include "rawpreviewscommand.h"
@@ -32,6 +33,8 @@ const Command kCommands[] = {
     {"sharpness", &sharpnessCommand, "corvane sharpness [--json] [--sensitivity strict|normal|loose] CARPETA"},
     {"raw-previews", &rawPreviewsCommand, "corvane raw-previews [--json] [--size N] ARCHIVO..."},
     {"xmp-export", &xmpExportCommand, "corvane xmp-export CARPETA"},
+    {"iptc", &iptcCommand,
+     "corvane iptc show [--json] ARCHIVO... | corvane iptc apply (--template NOMBRE | --template-file ARCHIVO.json) [--json] ARCHIVO..."},
     {"sample-shoot", &Commands::sampleShoot, "corvane sample-shoot CARPETA"},
     {"receive", &receiveCommand, "corvane receive --to CARPETA [--port N]"},
     {"ingest", &ingestCommand,
@@ -49,6 +52,7 @@ const Command kCommands[] = {
      "corvane check (URL | --server NOMBRE) [--user U] [--password P | --password-file F] [--tls explicit|implicit] "
      "[--active] [--insecure] [--pin SHA256]"},
     {"queue", &queueCommand, "corvane queue [--json] [--run] [--clear]"},
+     "[--verify] [--eject] [--iptc PLANTILLA] [--dry-run] [--json]"},
     {"pick", &pickCommand, "corvane pick CARPETA (--message TEXTO | --message-file ARCHIVO | -) [--color N] [--select-only] [--json]"},
 };
 

@@ -7,6 +7,7 @@
 #include "ingest/ingestrunner.h"
 #include "ingest/ingestsettings.h"
 #include "ingest/namepattern.h"
+#include "metadata/iptclibrary.h"
 
 #include <QDir>
 #include <QEventLoop>
@@ -138,7 +139,7 @@ void printSummary(const IngestReport &r)
 int ingestCommand(const QStringList &args)
 {
     ArgParser p({"rename", "skip-imported", "video", "verify", "eject", "dry-run", "json"},
-                {"from", "to", "backup", "structure", "session", "preset", "pattern", "start", "digits"});
+                {"from", "to", "backup", "structure", "session", "preset", "pattern", "start", "digits", "iptc"});
     if (!p.parse(args) || !p.positional().isEmpty() || !p.has("from") || !p.has("to")) {
         if (!p.error().isEmpty())
             err(p.error());
@@ -201,6 +202,13 @@ int ingestCommand(const QStringList &args)
     request.backup = p.has("backup") ? QFileInfo(p.value("backup")).absoluteFilePath() : QString();
     request.options = o;
     request.dryRun = p.flag("dry-run");
+    if (p.has("iptc")) {
+        request.iptc = IptcLibrary::find(p.value("iptc"));
+        if (!request.iptc) {
+            err(QStringLiteral("No hay ninguna plantilla IPTC que se llame «%1».").arg(p.value("iptc")));
+            return 1;
+        }
+    }
     if (!QFileInfo(request.source).isDir()) {
         err(QStringLiteral("«%1» no es una carpeta.").arg(request.source));
         return 1;
@@ -254,6 +262,8 @@ int ingestCommand(const QStringList &args)
         j.insert(QStringLiteral("copied"), r.copied);
         j.insert(QStringLiteral("skipped"), r.skipped);
         j.insert(QStringLiteral("found"), r.plan.itemCount);
+        if (request.iptc)
+            j.insert(QStringLiteral("iptcWritten"), r.iptcWritten);
         j.insert(QStringLiteral("resultFolder"), r.resultFolder);
         j.insert(QStringLiteral("errors"), QJsonArray::fromStringList(r.errors));
         if (!r.ejectMessage.isEmpty())
@@ -293,5 +303,7 @@ int ingestCommand(const QStringList &args)
         return failed ? 1 : 0;
     }
     printSummary(r);
+    if (request.iptc)
+        out(QStringLiteral("Plantilla IPTC «%1» puesta en %2 copias.").arg(request.iptc->name).arg(r.iptcWritten));
     return failed ? 1 : 0;
 }

@@ -6,6 +6,7 @@
 #include "ingestprogressbox.h"
 #include "sha256.h"
 
+#include "metadata/iptcbatch.h"
 #include "util/atomicfile.h"
 #include "util/canceltoken.h"
 #include "util/fileio.h"
@@ -366,6 +367,35 @@ QList<CopyRecord> verifyRecords(IngestReport &r, CancelToken *cancel, IngestProg
     return bad;
 }
 
+// The template on every sound copy. A JPEG changes, so its record takes the new digest and size:
+// a later "Verificar ahora" compares against what the disk should now hold.
+void applyTemplate(IngestReport &r, const IptcTemplate &t)
+{
+    QStringList files;
+    QHash<QString, qsizetype> byPath;
+    for (qsizetype i = 0; i < r.records.size(); ++i) {
+        const CopyRecord &rec = r.records[i];
+        const QFileInfo info(rec.dst);
+        if (info.isFile() && info.size() == rec.size && !byPath.contains(rec.dst)) {
+            files.append(rec.dst);
+            byPath.insert(rec.dst, i);
+        }
+    }
+    const IptcBatch::Outcome o = IptcBatch::apply(t, files);
+    r.iptcWritten = o.written;
+    r.errors.append(o.messages);
+    for (const IptcFile::Undo &u : o.undo) {
+        if (!u.jpeg)
+            continue;
+        CopyRecord &rec = r.records[byPath.value(u.file)];
+        const Sha256::FileDigest d = Sha256::ofFile(rec.dst, false);
+        if (!d.digest.isEmpty()) {
+            rec.hash = d.digest;
+            rec.size = d.size;
+        }
+    }
+}
+
 IngestSummary summarize(const IngestReport &r, bool dryRun = false)
 {
     const int destCount = int(r.dests.size());
@@ -534,6 +564,9 @@ IngestReport IngestJob::run()
             if (isCancelled(_cancel))
                 r.cancelled = true;
         }
+
+        if (_request.iptc && !r.cancelled && !r.records.isEmpty())
+            applyTemplate(r, *_request.iptc);
 
         // A file is remembered once it stands, whole, on every destination.
         QHash<QString, quint32> onDisk;

@@ -10,6 +10,8 @@
 #include "ingestplan.h"
 #include "ingestsummary.h"
 
+#include "metadata/iptctemplate.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -27,6 +29,7 @@ struct IngestRequest {
     QString recordPath;           // the imported-files record; "" = ImportedRecord::path()
     QList<IngestItem> known;      // the card as read before (the window's preview); the card is
                                   // still walked, but these files' metadata is not read again
+    std::optional<IptcTemplate> iptc; // put on the copies after verification, never on the card
 
     QStringList destRoots() const;
 };
@@ -44,6 +47,7 @@ struct IngestReport {
     QString resultFolder;         // the folder to open at the end (on the working disk)
     QString ejectMessage;         // "Tarjeta expulsada", a failure sentence, or "" when not asked
     QString recordPath;
+    int iptcWritten = 0;          // copies the IPTC template was written into (or beside)
 
     bool hasErrors() const;
 };

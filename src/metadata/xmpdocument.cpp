@@ -85,6 +85,10 @@ struct Description {
     XmlStartTag tag;
     Bindings own;                   // declared on the description itself
     std::vector<Child> children;
+    struct Added {
+        QByteArray uri, local, text;
+    };
+    std::vector<Added> added;       // child elements written here, each on its own lines
 };
 
 QString textOf(pugi::xml_node element)
@@ -181,6 +185,27 @@ struct XmpDocument::Impl {
             ws = " ";
         d.tag.attrs.push_back({ws, qname + "=\"" + escapedValue + '"', qname, escapedValue});
         d.tag.changed = true;
+    }
+
+    // The line break the packet uses, and the indentation of the first description's children
+    // and of one more level.
+    QByteArray newline() const { return text.contains("\r\n") ? QByteArray("\r\n") : QByteArray("\n"); }
+    QByteArray indentBefore(qsizetype lt) const
+    {
+        qsizetype b = lt;
+        while (b > 0 && (text[b - 1] == ' ' || text[b - 1] == '\t'))
+            --b;
+        return text.mid(b, lt - b);
+    }
+    std::pair<QByteArray, QByteArray> childIndent(const Description &d) const
+    {
+        const QByteArray own = indentBefore(d.tag.begin);
+        if (!d.children.empty()) {
+            const QByteArray child = indentBefore(qsizetype(d.children.front().node.offset_debug()) - 1);
+            if (child.startsWith(own) && child.size() > own.size())
+                return {child, child.mid(own.size())};
+        }
+        return {own + ' ', QByteArray(" ")};
     }
 
     bool decode(const QByteArray &bytes);
@@ -420,12 +445,61 @@ void XmpDocument::set(const char *ns, const char *prefix, const char *name, cons
             if (c.local == local && c.uri == ns)
                 c.removed = true;
         }
+        std::erase_if(desc.added, [&](const Description::Added &a) { return a.local == local && a.uri == ns; });
     }
     if (value.isEmpty())
         return;
     Description &first = d->descriptions.front();
     const QByteArray p = d->prefixFor(first, ns, prefix);
     Impl::append(first, p + ':' + local, XmlText::escapeAttribute(value));
+}
+
+void XmpDocument::setArray(const char *ns, const char *prefix, const char *name, Container kind, const QStringList &items)
+{
+    set(ns, prefix, name, QString());
+    QStringList kept;
+    for (const QString &item : items)
+        if (!item.isEmpty())
+            kept.append(item);
+    if (kept.isEmpty())
+        return;
+    Description &first = d->descriptions.front();
+    const QByteArray p = d->prefixFor(first, ns, prefix);
+    const QByteArray rdf = d->prefixFor(first, kRdf, "rdf");
+    const auto [indent, step] = d->childIndent(first);
+    const QByteArray nl = d->newline();
+    const QByteArray qname = p + ':' + name;
+    const QByteArray container = rdf + (kind == Container::seq ? ":Seq" : kind == Container::bag ? ":Bag" : ":Alt");
+    const QByteArray li = rdf + (kind == Container::alt ? ":li xml:lang=\"x-default\"" : ":li");
+    QByteArray out = nl + indent + '<' + qname + '>' + nl + indent + step + '<' + container + '>';
+    for (const QString &item : kept)
+        out += nl + indent + step + step + '<' + li + '>' + XmlText::escapeAttribute(item) + "</" + rdf + ":li>";
+    out += nl + indent + step + "</" + container + '>' + nl + indent + "</" + qname + '>';
+    d->work += out.size();
+    first.added.push_back({QByteArray(ns), QByteArray(name), out});
+}
+
+void XmpDocument::setStruct(const char *ns, const char *prefix, const char *name, const QList<QPair<QByteArray, QString>> &fields)
+{
+    set(ns, prefix, name, QString());
+    bool any = false;
+    for (const auto &f : fields)
+        any = any || !f.second.isEmpty();
+    if (!any)
+        return;
+    Description &first = d->descriptions.front();
+    const QByteArray p = d->prefixFor(first, ns, prefix);
+    const QByteArray rdf = d->prefixFor(first, kRdf, "rdf");
+    const auto [indent, step] = d->childIndent(first);
+    const QByteArray nl = d->newline();
+    const QByteArray qname = p + ':' + name;
+    QByteArray out = nl + indent + '<' + qname + ' ' + rdf + ":parseType=\"Resource\">";
+    for (const auto &f : fields)
+        if (!f.second.isEmpty())
+            out += nl + indent + step + '<' + p + ':' + f.first + '>' + XmlText::escapeAttribute(f.second) + "</" + p + ':' + f.first + '>';
+    out += nl + indent + "</" + qname + '>';
+    d->work += out.size();
+    first.added.push_back({QByteArray(ns), QByteArray(name), out});
 }
 
 QByteArray XmpDocument::bytes() const
@@ -436,13 +510,37 @@ QByteArray XmpDocument::bytes() const
     };
     std::vector<Splice> splices;
     for (const Description &desc : d->descriptions) {
+        QByteArray added;
+        for (const auto &a : desc.added)
+            added += a.text;
+        const bool opens = !added.isEmpty() && desc.tag.tail.endsWith("/>");
+        if (opens) {
+            // An empty description opens to take the new children.
+            XmlStartTag open = desc.tag;
+            open.tail.chop(2);
+            while (!open.tail.isEmpty() && XmlText::isSpace(open.tail.back()))
+                open.tail.chop(1);
+            open.tail += '>';
+            splices.push_back({desc.tag.begin, desc.tag.end,
+                               open.render() + added + d->newline() + d->indentBefore(desc.tag.begin) + "</"
+                                   + desc.tag.head.mid(1) + '>'});
+            continue;   // no children to cut
+        }
         if (desc.tag.changed)
             splices.push_back({desc.tag.begin, desc.tag.end, desc.tag.render()});
         for (const Child &c : desc.children)
             if (c.removed)
                 splices.push_back({c.begin, c.end, {}});
+        if (!added.isEmpty()) {
+            // Before the closing tag, after the last thing that is not white space.
+            const qsizetype end = XmlText::elementEnd(d->text, desc.tag.begin);
+            qsizetype at = d->text.lastIndexOf("</", end - 1);
+            while (at > desc.tag.end && XmlText::isSpace(d->text[at - 1]))
+                --at;
+            splices.push_back({at, at, added});
+        }
     }
-    std::sort(splices.begin(), splices.end(), [](const Splice &a, const Splice &b) { return a.begin < b.begin; });
+    std::stable_sort(splices.begin(), splices.end(), [](const Splice &a, const Splice &b) { return a.begin < b.begin; });
     QByteArray out;
     out.reserve(d->text.size() + 512);
     qsizetype pos = 0;

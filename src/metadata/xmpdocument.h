@@ -10,6 +10,9 @@
 // A file with a DOCTYPE (entities are never expanded), nested deeper than kMaxDepth or larger
 // than kMaxBytes is refused like a file that is not XML. Not thread-safe; one owner at a time.
 #include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QStringList>
 #include <QString>
 #include <memory>
 #include <optional>
@@ -41,6 +44,14 @@ public:
     // empty, adds it as an attribute of the first description under the prefix already bound
     // to `ns`, else under `prefix` (or a numbered variant when that one is taken), declared there.
     void set(const char *ns, const char *prefix, const char *name, const QString &value);
+
+    // Structured properties, written as child elements of the first description after every
+    // form of the property was removed (as set() does): an rdf:Seq, rdf:Bag or rdf:Alt (each item
+    // with xml:lang="x-default") of `items`, or a struct whose fields share the property's
+    // namespace. Nothing is added when `items` (or every field) is empty.
+    enum class Container { seq, bag, alt };
+    void setArray(const char *ns, const char *prefix, const char *name, Container kind, const QStringList &items);
+    void setStruct(const char *ns, const char *prefix, const char *name, const QList<QPair<QByteArray, QString>> &fields);
 
     // The packet as it is now, in its original encoding.
     QByteArray bytes() const;

@@ -21,6 +21,8 @@ public:
 
     // Writes `data` for `target` (with permissions `mode`); the target is untouched until commit().
     AtomicFile::Result add(const QString &target, const QByteArray &data, mode_t mode = 0644);
+    // Takes over a temporary the caller wrote (and checked) beside `target`, by its native path.
+    void adopt(const QString &target, const QByteArray &temp) { _pending.append({target, temp}); }
     qsizetype size() const { return _pending.size(); }
 
     struct Failure {
