@@ -40,7 +40,7 @@ const Command kCommands[] = {
     {"ingest", &ingestCommand,
      "corvane ingest --from CARPETA --to CARPETA [--backup CARPETA] [--structure none|yearDate|yearMonthDate|date|session] "
      "[--session TEXTO] [--rename] [--preset N | --pattern JSON] [--start N] [--digits N] [--skip-imported] [--video] "
-     "[--verify] [--eject] [--dry-run] [--json]"},
+     "[--verify] [--eject] [--iptc PLANTILLA] [--dry-run] [--json]"},
     {"rename", &renameCommand,
      "corvane rename [--mode simple|custom] [--name TEXTO] [--separator S] [--template ID] [--pattern JSON] [--start N] "
      "[--digits N] [--name-case keep|lower|upper] [--ext-case keep|lower|upper] [--dry-run] [--json] ARCHIVO..."},
@@ -52,7 +52,6 @@ const Command kCommands[] = {
      "corvane check (URL | --server NOMBRE) [--user U] [--password P | --password-file F] [--tls explicit|implicit] "
      "[--active] [--insecure] [--pin SHA256]"},
     {"queue", &queueCommand, "corvane queue [--json] [--run] [--clear]"},
-     "[--verify] [--eject] [--iptc PLANTILLA] [--dry-run] [--json]"},
     {"pick", &pickCommand, "corvane pick CARPETA (--message TEXTO | --message-file ARCHIVO | -) [--color N] [--select-only] [--json]"},
 };
 
