@@ -181,8 +181,8 @@ private slots:
             waited.start();
             while (p.state() == QProcess::Running && waited.elapsed() < 20000
                    && QDir(dir.path()).entryList({"*.renaming"}, QDir::Files | QDir::Hidden).isEmpty())
-                QThread::usleep(200);
-            QThread::usleep(rng->bounded(0, 40000));
+                QThread::usleep(1000);
+            QThread::usleep(rng->bounded(0, 15000));
             ::kill(pid_t(p.processId()), SIGKILL);
             p.waitForFinished();
             // The next start puts things right (a dry run also recovers first).
