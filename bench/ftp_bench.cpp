@@ -9,6 +9,7 @@
 #include "camera/ftpreceiver.h"
 #include "browser/appstate.h"
 #include "browser/browsersession.h"
+#include "vsftpdserver.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
@@ -107,65 +108,6 @@ int countAndClear(const QString &base, qint64 size)
     ::sync();
     return ok;
 }
-
-quint16 freePort()
-{
-    QTcpServer s;
-    s.listen(QHostAddress::LocalHost, 0);
-    return s.serverPort();
-}
-
-class Vsftpd
-{
-public:
-    bool start(const QString &base)
-    {
-        if (::geteuid() != 0 || !::getpwnam("ftp") || QStandardPaths::findExecutable("vsftpd").isEmpty())
-            return false;
-        const QString root = base + QStringLiteral("/vsftpd-root"), empty = base + QStringLiteral("/vsftpd-empty");
-        upload = root + QStringLiteral("/up");
-        QDir().mkpath(upload);
-        QDir().mkpath(empty);
-        const passwd *ftp = ::getpwnam("ftp");
-        if (::chown(QFile::encodeName(upload).constData(), ftp->pw_uid, ftp->pw_gid) != 0)
-            return false;
-        // The anonymous root must not be writable; uploads go into its "up" folder.
-        QFile::setPermissions(root, QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadGroup
-                                        | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther);
-        port = freePort();
-        const QString conf = base + QStringLiteral("/vsftpd.conf");
-        QFile f(conf);
-        if (!f.open(QIODevice::WriteOnly))
-            return false;
-        f.write(QStringLiteral("listen=YES\nlisten_ipv6=NO\nlisten_address=127.0.0.1\nlisten_port=%1\nbackground=NO\n"
-                               "anonymous_enable=YES\nlocal_enable=NO\nwrite_enable=YES\nanon_upload_enable=YES\n"
-                               "no_anon_password=YES\nanon_root=%2\nanon_umask=022\nsecure_chroot_dir=%3\n"
-                               "seccomp_sandbox=NO\nisolate=NO\nisolate_network=NO\nxferlog_enable=NO\n"
-                               "pasv_enable=YES\nconnect_from_port_20=NO\n")
-                    .arg(port).arg(root, empty).toUtf8());
-        f.close();
-        process.setProcessChannelMode(QProcess::ForwardedChannels);
-        process.start(QStringLiteral("vsftpd"), {conf});
-        for (int i = 0; i < 50; ++i) {
-            QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, port);
-            if (probe.waitForConnected(100))
-                return true;
-            QThread::msleep(100);
-        }
-        return false;
-    }
-    ~Vsftpd()
-    {
-        if (process.state() != QProcess::NotRunning) {
-            process.terminate();
-            process.waitForFinished(3000);
-        }
-    }
-    QProcess process;
-    QString upload;
-    quint16 port = 0;
-};
 
 // ----- End of upload → in the browser's list
 
@@ -399,7 +341,7 @@ int main(int argc, char **argv)
     const QString ourConfig = curlConfig(base + QStringLiteral("/corvane.curl"), shot,
                                          QStringLiteral("ftp://corvane:%1@127.0.0.1:%2/up").arg(password).arg(receiver.port()), files);
 
-    Vsftpd vsftpd;
+    VsftpdServer vsftpd;   // the tests' own: the same configuration, started the same way
     const bool havePeer = vsftpd.start(base);
     const QString peerConfig = havePeer ? curlConfig(base + QStringLiteral("/vsftpd.curl"), shot,
                                                      QStringLiteral("ftp://anonymous:x@127.0.0.1:%1/up").arg(vsftpd.port), files)
