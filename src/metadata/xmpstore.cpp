@@ -95,11 +95,18 @@ void XMPStore::drainOnQueue()
         if (!r.ok())
             emit writeFailed(r.message);
     }
-    for (const AtomicBatch::Failure &f : files.commit()) {
+    commitOnQueue(files);
+}
+
+int XMPStore::commitOnQueue(AtomicBatch &files)
+{
+    const QList<AtomicBatch::Failure> failures = files.commit();
+    for (const AtomicBatch::Failure &f : failures) {
         const QString message = XmpSidecar::failedMessage(f.result.error, f.target);
         qWarning().noquote() << message;
         emit writeFailed(message);
     }
+    return int(failures.size());
 }
 
 quint64 XMPStore::writeAll(const QList<Job> &jobs)
@@ -114,13 +121,9 @@ quint64 XMPStore::writeAll(const QList<Job> &jobs)
         AtomicBatch files;
         int written = 0, failed = 0;
         const auto commit = [&] {
-            for (const AtomicBatch::Failure &f : files.commit()) {
-                --written;
-                ++failed;
-                const QString message = XmpSidecar::failedMessage(f.result.error, f.target);
-                qWarning().noquote() << message;
-                emit writeFailed(message);
-            }
+            const int lost = commitOnQueue(files);
+            written -= lost;
+            failed += lost;
         };
         for (qsizetype i = 0; i < jobs.size(); ++i) {
             const Job job = withOrientation(jobs[i]);

@@ -15,6 +15,7 @@
 #include <QStringList>
 #include <QThread>
 
+class AtomicBatch;
 class QTimer;
 
 class XMPStore : public QObject
@@ -59,6 +60,8 @@ signals:
 
 private:
     void drainOnQueue();
+    // Puts a batch's sidecars in place; reports and counts those that could not be.
+    int commitOnQueue(AtomicBatch &files);
 
     mutable QMutex lock;
     QStringList _labels;                      // guarded by lock
