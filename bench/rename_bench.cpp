@@ -67,8 +67,8 @@ int main(int argc, char **argv)
     const RenamePlan plan = planRename(shots, o, QDir(dir).entryList(QDir::Files));
     const RenameOutcome out = ShotRenamer::run(plan);
     const double ours = t.nsecsElapsed() / 1e6;
-    if (out.renamed != kShots)
-        std::fprintf(stderr, "renamed %d of %d\n", out.renamed, kShots);
+    if (out.done != kShots)
+        std::fprintf(stderr, "renamed %d of %d\n", out.done, kShots);
     std::printf("%d shots (%d files) in %s\n", kShots, kShots * 3, qPrintable(dir));
     std::printf("corvane (plan, journal, two phases, marks): %9.1f ms\n", ours);
     std::fflush(stdout);

@@ -13,10 +13,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     qsizetype steps = 0;
     for (const FileOpShot &s : journal->shots) {
         steps += s.steps.size();
-        for (const FileOpStep &st : s.steps)
-            // A step never leaves its folder.
-            if (st.from.left(st.from.lastIndexOf(u'/')) != st.to.left(st.to.lastIndexOf(u'/')))
+        for (const FileOpStep &st : s.steps) {
+            const auto folder = [](const QString &p) { return p.left(p.lastIndexOf(u'/')); };
+            // A rename never leaves its folder; a temporary is always beside its final name.
+            if (journal->op == FileOpJournal::Op::rename && folder(st.from) != folder(st.to))
                 __builtin_trap();
+            if (!st.temp.isEmpty() && folder(st.temp) != folder(st.to))
+                __builtin_trap();
+            if (!st.from.startsWith(u'/'))
+                __builtin_trap();
+        }
     }
     // Each step is at least {"from":"/","temp":"/","to":"/"} in the text.
     if (steps * 30 > qsizetype(size))

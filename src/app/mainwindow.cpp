@@ -802,12 +802,12 @@ void MainWindow::showRename()
     auto *sheet = new RenameSheet(_session, this);
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     connect(sheet, &RenameSheet::renamed, this, [this](const RenameOutcome &o) {
-        if (o.renamed == 0)
+        if (o.done == 0)
             return;
         // The way back, through the operation's journal.
         _toast->showAction(o.title(), QStringLiteral("Deshacer"), [this] {
             _session.store().flush();
-            const RenameOutcome back = ShotRenamer::undoLast();
+            const RenameOutcome back = FileOpEngine::undo();
             _session.book().forget(_state.folder());
             _state.reload();
             _state.toast(back.error.isEmpty() ? QStringLiteral("Renombrado deshecho") : back.error, !back.error.isEmpty());

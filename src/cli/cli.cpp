@@ -9,6 +9,7 @@
 #include "receivecommand.h"
 #include "sharpnesscommand.h"
 #include "thumbscommand.h"
+#include "transfercommand.h"
 #include "uploadcommand.h"
 #include "xmpexportcommand.h"
 
@@ -44,6 +45,9 @@ const Command kCommands[] = {
     {"rename", &renameCommand,
      "corvane rename [--mode simple|custom] [--name TEXTO] [--separator S] [--template ID] [--pattern JSON] [--start N] "
      "[--digits N] [--name-case keep|lower|upper] [--ext-case keep|lower|upper] [--dry-run] [--json] ARCHIVO..."},
+    {"copy", &copyCommand, "corvane copy --to CARPETA [--verify] ARCHIVO..."},
+    {"move", &moveCommand, "corvane move --to CARPETA [--verify] ARCHIVO..."},
+    {"trash", &trashCommand, "corvane trash ARCHIVO..."},
     {"undo", &undoCommand, "corvane undo"},
     {"upload", &uploadCommand,
      "corvane upload (URL | --server NOMBRE) ARCHIVO... [--user U] [--password P | --password-file F] "

@@ -195,5 +195,5 @@ int undoCommand(const QStringList &args)
     if (!args.isEmpty())
         return 2;
     recover();
-    return printOutcome(ShotRenamer::undoLast());
+    return printOutcome(FileOpEngine::undo());
 }
