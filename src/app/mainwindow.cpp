@@ -4,6 +4,7 @@
 #include "clientpicksheet.h"
 #include "emptystate.h"
 #include "question.h"
+#include "fileopcontroller.h"
 #include "renamesheet.h"
 #include "filterbar.h"
 #include "gridmodel.h"
@@ -105,6 +106,15 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     buildToolBar();
     buildMenus();
     new UploadWindows(this, _session, _actions);
+    _fileOps = new FileOpController(_session, *_toast, this);
+    connect(_actions.value(QStringLiteral("copyTo")), &QAction::triggered, this, [this] { _fileOps->showTransfer(FileOpJournal::Op::copy); });
+    connect(_actions.value(QStringLiteral("moveTo")), &QAction::triggered, this, [this] { _fileOps->showTransfer(FileOpJournal::Op::move); });
+    connect(_actions.value(QStringLiteral("trash")), &QAction::triggered, this, [this] { _fileOps->trashTargets(); });
+    // Culling goes on from the keys once the files are where they were sent.
+    connect(_fileOps, &FileOpController::finished, this, [this] {
+        activateWindow();
+        focusView();
+    });
     buildStatusBar();
     restoreLayout();
 
@@ -358,6 +368,10 @@ void MainWindow::buildMenus()
     file->addSeparator();
     file->addAction(a("import"));
     file->addAction(a("camera"));
+    file->addSeparator();
+    file->addAction(a("copyTo"));
+    file->addAction(a("moveTo"));
+    file->addAction(a("trash"));
     file->addSeparator();
     file->addAction(a("quit"));
 
@@ -801,18 +815,7 @@ void MainWindow::showRename()
         return;
     auto *sheet = new RenameSheet(_session, this);
     sheet->setAttribute(Qt::WA_DeleteOnClose);
-    connect(sheet, &RenameSheet::renamed, this, [this](const RenameOutcome &o) {
-        if (o.done == 0)
-            return;
-        // The way back, through the operation's journal.
-        _toast->showAction(o.title(), QStringLiteral("Deshacer"), [this] {
-            _session.store().flush();
-            const RenameOutcome back = FileOpEngine::undo();
-            _session.book().forget(_state.folder());
-            _state.reload();
-            _state.toast(back.error.isEmpty() ? QStringLiteral("Renombrado deshecho") : back.error, !back.error.isEmpty());
-        });
-    });
+    connect(sheet, &RenameSheet::renamed, _fileOps, &FileOpController::renamed);
     sheet->open();
 }
 

@@ -34,6 +34,7 @@ class SingleView;
 class StatusBar;
 class ThumbnailSource;
 class Toast;
+class FileOpController;
 
 class MainWindow : public QMainWindow
 {
@@ -58,6 +59,7 @@ public:
     InfoPanel *infoPanel() const { return _info; }
     Sidebar *sidebar() const { return _sidebar; }
     Toast *toast() const { return _toast; }
+    FileOpController *fileOps() const { return _fileOps; }
     EmptyState *emptyState() const { return _empty; }
     QLineEdit *searchField() const { return _search; }
     QSlider *thumbSlider() const { return _slider; }
@@ -126,6 +128,7 @@ private:
     EmptyState *_empty = nullptr;
     InfoPanel *_info = nullptr;
     Toast *_toast = nullptr;
+    FileOpController *_fileOps = nullptr;
     QLineEdit *_search = nullptr;
     QTimer *_searchDelay = nullptr;
     QSlider *_slider = nullptr;

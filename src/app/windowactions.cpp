@@ -13,6 +13,9 @@ QList<WindowAction> build()
     t += {QStringLiteral("openFolder"), QStringLiteral("Abrir carpeta…"), key(Qt::CTRL | Qt::Key_O), QStringLiteral("Abrir")};
     t += {QStringLiteral("import"), QStringLiteral("Importar imágenes…"), key(Qt::CTRL | Qt::Key_I), QStringLiteral("Importar")};
     t += {QStringLiteral("camera"), QStringLiteral("Cámara…"), {}, QStringLiteral("Cámara")};
+    t += {QStringLiteral("copyTo"), QStringLiteral("Copiar a…"), key(Qt::CTRL | Qt::SHIFT | Qt::Key_C)};
+    t += {QStringLiteral("moveTo"), QStringLiteral("Mover a…"), key(Qt::CTRL | Qt::SHIFT | Qt::Key_M)};
+    t += {QStringLiteral("trash"), QStringLiteral("Mover a la papelera"), key(Qt::Key_Delete)};
     t += {QStringLiteral("quit"), QStringLiteral("Salir"), key(Qt::CTRL | Qt::Key_Q)};
     // Edición
     t += {QStringLiteral("undo"), QStringLiteral("Deshacer"), key(Qt::CTRL | Qt::Key_Z)};

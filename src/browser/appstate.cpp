@@ -441,7 +441,7 @@ void AppState::setMarks(const QList<QPair<Photo *, Marks>> &marks, const QString
 
 void AppState::commitMarks(const QList<Photo *> &changed, const QList<Marks> &before, const QString &what)
 {
-    MarksChange change{what, {}};
+    MarksChange change{what, {}, {}};
     for (qsizetype i = 0; i < changed.size(); ++i) {
         const Marks after = Marks::fromPhoto(*changed[i]);
         if (after == before[i])
@@ -478,11 +478,29 @@ QString AppState::redoText() const
 void AppState::undo() { stepHistory(true); }
 void AppState::redo() { stepHistory(false); }
 
+void AppState::recordFileOp(const QString &id, const QString &what)
+{
+    if (id.isEmpty())
+        return;
+    MarksChange change;
+    change.what = what;
+    change.fileOp = id;
+    _history.record(_folder, change);
+    emit historyChanged();
+}
+
 void AppState::stepHistory(bool back)
 {
     const auto change = back ? _history.takeUndo(_folder) : _history.takeRedo(_folder);
     if (!change)
         return;
+    if (!change->fileOp.isEmpty()) {
+        _history.dropRedo(_folder);   // a file operation is not redone
+        if (back)
+            emit fileOpUndoRequested(change->fileOp);
+        emit historyChanged();
+        return;
+    }
     QList<Photo *> shown;
     for (const MarksChange::Shot &shot : change->shots) {
         const std::optional<Marks> &m = back ? shot.before : shot.after;

@@ -102,6 +102,8 @@ public:
     QString redoText() const;
     void undo();
     void redo();
+    // A finished file operation joins the list (its journal id; `what`: "papelera de 3 imágenes").
+    void recordFileOp(const QString &id, const QString &what);
     bool autoAdvance() const;      // "Avanzar al marcar"
     void setAutoAdvance(bool on);
 
@@ -162,6 +164,8 @@ signals:
     void progressChanged();
     void toastRequested(const QString &text, bool error);
     void historyChanged();                     // what undo and redo would do changed
+    // Undo reached a file operation: whoever runs file operations takes it back through its journal.
+    void fileOpUndoRequested(const QString &id);
     // A change of marks touched several shots; the window offers to undo it.
     void bulkMarksChanged(const QString &text);
 

@@ -178,6 +178,8 @@ FileOpOutcome removeCopies(const FileOpJournal &done)
     FileOpOutcome out;
     out.op = Op::copy;
     out.undo = true;
+    if (!done.shots.isEmpty())
+        out.destination = done.shots.first().toFolder;
     QList<FileOpShot> removed;
     for (const FileOpShot &shot : done.shots) {
         bool all = true;

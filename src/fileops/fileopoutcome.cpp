@@ -91,9 +91,18 @@ QString FileOpOutcome::summary() const
 {
     if (!error.isEmpty())
         return error;
-    if (undo)
-        return kept.isEmpty() ? QStringLiteral("Deshecho: %1 como estaban.").arg(shotCount(done)) : title() + QStringLiteral(": ") + body();
-    if (!kept.isEmpty() || !savedAs.isEmpty())
+    if (undo && kept.isEmpty() && savedAs.isEmpty()) {
+        switch (op) {
+        case Op::copy: return QStringLiteral("Copia deshecha: borradas las copias de %1 en %2.").arg(shotCount(done), QFileInfo(destination).fileName());
+        case Op::move: return QStringLiteral("Traslado deshecho: %1 de vuelta en su carpeta.").arg(shotCount(done));
+        case Op::trash:
+        case Op::untrash:
+            return done == 1 ? QStringLiteral("1 imagen recuperada de la papelera.") : QStringLiteral("%1 imágenes recuperadas de la papelera.").arg(done);
+        case Op::rename: break;
+        }
+        return QStringLiteral("Renombrado deshecho: %1 con su nombre anterior.").arg(shotCount(done));
+    }
+    if (undo || !kept.isEmpty() || !savedAs.isEmpty())
         return title() + QStringLiteral(": ") + body();
     const QString where = destination.isEmpty() ? QString() : QStringLiteral(" a %1").arg(QFileInfo(destination).fileName());
     const auto agreed = [&](const char *one, const char *many) {

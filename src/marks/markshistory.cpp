@@ -2,6 +2,8 @@
 
 QString MarksChange::describe() const
 {
+    if (!fileOp.isEmpty())
+        return what;
     return shots.size() == 1 ? QStringLiteral("%1 en 1 imagen").arg(what)
                              : QStringLiteral("%1 en %2 imágenes").arg(what).arg(shots.size());
 }
@@ -35,6 +37,12 @@ std::optional<MarksChange> MarksHistory::takeRedo(const QString &folder)
     MarksChange c = it->redo.takeLast();
     it->undo.append(c);
     return c;
+}
+
+void MarksHistory::dropRedo(const QString &folder)
+{
+    if (const auto it = _byFolder.find(folder); it != _byFolder.end() && !it->redo.isEmpty())
+        it->redo.removeLast();
 }
 
 const MarksChange *MarksHistory::nextUndo(const QString &folder) const

@@ -19,6 +19,8 @@ public:
     std::optional<MarksChange> takeUndo(const QString &folder);
     // The change to redo (moved back to the undo list), or absent.
     std::optional<MarksChange> takeRedo(const QString &folder);
+    // Forgets the change last moved to the redo list.
+    void dropRedo(const QString &folder);
     const MarksChange *nextUndo(const QString &folder) const;
     const MarksChange *nextRedo(const QString &folder) const;
 

@@ -60,6 +60,10 @@ inline const Setting<QString> camAutoServer{"cam.autoServer", {}};
 inline const Setting<bool> camWifiOn{"cam.wifiOn", false};              // reception on at the last switch
 inline const Setting<QString> camDestination{"cam.destination", {}};     // empty: the open folder
 // Upload: the server list as JSON (passwords apart, see SecretStore) and transfers at a time
+inline const Setting<QString> fileOpsCopyFolder{"fileops.copyFolder", {}};   // "Copiar a…" last destination
+inline const Setting<QString> fileOpsMoveFolder{"fileops.moveFolder", {}};
+inline const Setting<bool> fileOpsVerify{"fileops.verify", false};           // SHA-256 of every copy
+
 inline const Setting<QString> uploadServers{"upload.servers", {}};
 inline const Setting<int> uploadParallel{"upload.parallel", 2};
 // The window

@@ -11,7 +11,9 @@
 #include "app/griddelegate.h"
 #include "app/infopanel.h"
 #include "app/markssettingspage.h"
+#include "app/fileopcontroller.h"
 #include "app/renamesheet.h"
+#include "app/transfersheet.h"
 #include "app/settingsdialog.h"
 #include "app/singleinstance.h"
 #include "app/singleview.h"
@@ -112,6 +114,7 @@ private slots:
     void settingsApplyAtOnce();
     void marksInSidecarsAndTheExport();
     void renameFromTheSheetAndUndo();
+    void moveCopyAndTrashFromTheWindowAndUndo();
     void sortMenuChangesOrder();
     void secondLaunchHandsPathsOver();
     void ctrlPlusAndMinusResizeTheCells();
@@ -815,6 +818,50 @@ void TestMainWindow::renameFromTheSheetAndUndo()
     s.window.toast()->actionButton()->click();
     QTRY_VERIFY(QFile::exists(folder + "/DSC_0001.NEF") && QFile::exists(folder + "/DSC_0001.JPG"));
     QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":2})"));
+}
+
+void TestMainWindow::moveCopyAndTrashFromTheWindowAndUndo()
+{
+    Session s(folder);
+    s.press(Qt::Key_2);   // DSC_0001, the NEF+JPG pair, marked yellow
+    QTemporaryDir dest;
+    FileOpController *ops = s.window.fileOps();
+    QSignalSpy finished(ops, &FileOpController::finished);
+
+    s.window.action(QStringLiteral("moveTo"))->trigger();
+    TransferSheet *sheet = nullptr;
+    QTRY_VERIFY((sheet = s.window.findChild<TransferSheet *>()) && sheet->isVisible());
+    QCOMPARE(sheet->scopeCombo()->itemText(0), QStringLiteral("La imagen actual (1)"));
+    QVERIFY(sheet->scopeCombo()->findText(QStringLiteral("Color Amarillo (1)")) >= 0);
+    QVERIFY(!sheet->goButton()->isEnabled() || !sheet->folderField()->text().isEmpty());
+    sheet->folderField()->setText(dest.path());
+    QCOMPARE(sheet->goButton()->text(), QStringLiteral("Mover 1 imagen"));
+    QTest::mouseClick(sheet->goButton(), Qt::LeftButton);
+    QTRY_COMPARE(finished.size(), 1);
+    QVERIFY(QFile::exists(dest.filePath("DSC_0001.NEF")) && QFile::exists(dest.filePath("DSC_0001.JPG")));
+    QVERIFY(!QFile::exists(folder + "/DSC_0001.NEF"));
+    QCOMPARE(s.marksOnDisk(dest.path()).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":2})"));
+    QCOMPARE(s.window.toast()->text(), QStringLiteral("1 imagen movida a %1.").arg(QFileInfo(dest.path()).fileName()));
+    QTRY_COMPARE(s.count(), QStringLiteral("8 de 8 imágenes"));
+    QCOMPARE(s.window.action(QStringLiteral("undo"))->text(), QStringLiteral("Deshacer traslado de 1 imagen"));
+
+    // Ctrl+Z brings it back, marks and all.
+    s.press(Qt::Key_Z, Qt::ControlModifier);
+    QTRY_COMPARE(finished.size(), 2);
+    QVERIFY(QFile::exists(folder + "/DSC_0001.NEF") && QFile::exists(folder + "/DSC_0001.JPG"));
+    QCOMPARE(s.marksOnDisk(folder).value(QStringLiteral("dsc_0001")).toObject(), json(R"({"c":2})"));
+    QCOMPARE(s.window.action(QStringLiteral("undo"))->text(), QStringLiteral("Deshacer color en 1 imagen"));
+
+    // Delete sends the current shot to the trash; the toast's "Deshacer" takes it out again.
+    QTRY_VERIFY(!s.state.isLoading() && s.current());
+    const QString name = s.current()->name();
+    s.press(Qt::Key_Delete);
+    QTRY_COMPARE(finished.size(), 3);
+    QVERIFY(!QFile::exists(folder + QLatin1Char('/') + name));
+    QCOMPARE(s.window.toast()->text(), QStringLiteral("1 imagen movida a la papelera."));
+    s.window.toast()->actionButton()->click();
+    QTRY_COMPARE(finished.size(), 4);
+    QVERIFY(QFile::exists(folder + QLatin1Char('/') + name));
 }
 
 void TestMainWindow::sortMenuChangesOrder()
