@@ -1,10 +1,13 @@
 // Copying, moving and trashing shots on real files: each shot whole, nothing ever replaced, marks
 // following, every operation undone, and a move between disks killed at random moments.
 #include "corvanerun.h"
+#include "exfatcard.h"
 #include "testenv.h"
 
 #include "fileops/fileopengine.h"
 #include "fileops/fileopjournal.h"
+#include "fileops/renameplan.h"
+#include "fileops/shotrenamer.h"
 #include "fileops/shottransfer.h"
 #include "marks/marksfile.h"
 
@@ -164,6 +167,63 @@ private slots:
         QCOMPARE(names(src.path()), (QStringList{".corvane.json", "T1.JPG", "T1.NEF", "T1.xmp", "T2-2.JPG", "T2.JPG"}));
         QCOMPARE(colorOf(src.path(), "t1"), std::optional<int>(1));
         QVERIFY(!QFileInfo::exists(trash + "/info/T1.xmp.trashinfo"));
+    }
+
+    // A card's file system takes "dsc_0001.jpg" and "DSC_0001.JPG" for one name: a change of case
+    // alone still renames, and a name taken in another case is never replaced.
+    void onACardThatIgnoresCase()
+    {
+        ExfatCard card(48);
+        if (card.path().isEmpty())
+            QSKIP("no exFAT file system can be mounted here");
+        RenameShot r;
+        r.files = shot(card.path(), "dsc_0001", {"nef", "jpg"});
+        r.mainFile = r.files.first();
+        RenameOptions upper;
+        upper.mode = RenameOptions::Mode::custom;
+        upper.pattern = RenameTemplate::byId("name-original")->pattern(upper.separator, {});
+        upper.caseOn = true;
+        upper.nameCase = NameCase::upper;
+        upper.extCase = NameCase::upper;
+        const RenamePlan plan = planRename({r}, upper, names(card.path()));
+        QVERIFY2(plan.canRename(), qPrintable(plan.footer()));
+        QCOMPARE(ShotRenamer::run(plan).done, 1);
+        QCOMPARE(names(card.path()), (QStringList{"DSC_0001.JPG", "DSC_0001.NEF"}));
+
+        QTemporaryDir src;
+        const FileOpOutcome o = ShotTransfer::move({shot(src.path(), "DSC_0001", {"jpg"})}, card.path(), false);
+        QVERIFY2(o.ok(), qPrintable(o.body()));
+        QCOMPARE(names(card.path()), (QStringList{"DSC_0001-2.jpg", "DSC_0001.JPG", "DSC_0001.NEF"}));
+        QCOMPARE(TestEnv::readAll(card.path() + "/DSC_0001.JPG"), QByteArray("dsc_0001jpg"));
+
+        // The card fills up: the shot that does not fit is left out whole, nothing half-written.
+        const QByteArray big(20 * 1024 * 1024, 'b');
+        const FileOpOutcome full = ShotTransfer::copy({shot(src.path(), "B1", {"NEF"}, big), shot(src.path(), "B2", {"NEF", "JPG"}, big),
+                                                       shot(src.path(), "B3", {"NEF"}, big)},
+                                                      card.path(), false);
+        QCOMPARE(full.done, 2);
+        QCOMPARE(full.kept, QStringList{"B2"});
+        QVERIFY2(full.messages.first().contains(QStringLiteral("el disco está lleno")), qPrintable(full.messages.join('\n')));
+        QCOMPARE(names(card.path()), (QStringList{"B1.NEF", "B3.NEF", "DSC_0001-2.jpg", "DSC_0001.JPG", "DSC_0001.NEF"}));
+    }
+
+    // A file that cannot be moved in the middle of a batch: its shot stays whole where it was,
+    // the others go, one line says why.
+    void aLockedFileKeepsItsShotBack()
+    {
+        QTemporaryDir src, dst;
+        const QList<ShotTransfer::Shot> shots = {shot(src.path(), "L1", {"NEF"}), shot(src.path(), "L2", {"NEF", "JPG"}), shot(src.path(), "L3", {"NEF"})};
+        QProcess lock;
+        lock.start("chattr", {"+i", shots[1].last()});
+        if (!lock.waitForFinished() || lock.exitCode() != 0)
+            QSKIP("chattr +i is not possible here");
+        const FileOpOutcome o = ShotTransfer::move(shots, dst.path(), false);
+        QProcess::execute("chattr", {"-i", shots[1].last()});
+        QCOMPARE(o.done, 2);
+        QCOMPARE(o.kept, QStringList{"L2"});
+        QCOMPARE(o.messages, QStringList{"L2.JPG: la carpeta es de solo lectura"});
+        QCOMPARE(names(src.path()), (QStringList{"L2.JPG", "L2.NEF"}));
+        QCOMPARE(names(dst.path()), (QStringList{"L1.NEF", "L3.NEF"}));
     }
 
     // `corvane move` between disks killed at random moments: after the next start every shot is
