@@ -4,7 +4,7 @@
 #include "terminalprogress.h"
 
 #include "browser/uploadpreparer.h"
-#include "upload/mappedfile.h"
+#include "upload/filebytes.h"
 #include "upload/uploadqueue.h"
 #include "upload/uploadservers.h"
 #include "upload/uploadtexts.h"
@@ -183,7 +183,7 @@ int uploadCommand(const QStringList &args)
     TerminalProgress bar;
     int failures = 0;
     for (const QString &path : files) {
-        const MappedFile bytes(path);
+        const FileBytes bytes(path);
         if (!bytes.isOpen()) {
             err(QStringLiteral("No se puede leer «%1».").arg(path));
             ++failures;

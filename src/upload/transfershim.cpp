@@ -369,6 +369,28 @@ qint64 remoteSize(const Connection &c, Outcome *result)
     return code == 0 ? qint64(size) : -1;
 }
 
+Outcome remove(const Connection &c, const QByteArray &name)
+{
+    pthread_once(&gInitOnce, globalInit);
+    char error[4096] = {};
+    const Call call = callFor(c, error, sizeof error);
+    if (name.isEmpty() || name.contains('/') || !validNames(call, name.constData(), nullptr))
+        return outcome(-2, kInvalidName);
+    CURL *curl = acquire(call);
+    if (!curl)
+        return outcome(-1, kNoHandle);
+    char curlError[4096] = {};
+    commonOptions(curl, call, curlError, false);
+    const QByteArray command = "DELE " + name;
+    curl_slist *commands = curl_slist_append(nullptr, command.constData());
+    curl_easy_setopt(curl, CURLOPT_QUOTE, commands);
+    curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
+    const int32_t code = finish(curl, call, curlError);
+    curl_slist_free_all(commands);
+    release(curl, call);
+    return outcome(code, error);
+}
+
 QByteArray serverKey(const Connection &c, Outcome *result)
 {
     pthread_once(&gInitOnce, globalInit);

@@ -69,6 +69,9 @@ Outcome upload(const Connection &c, const char *bytes, qint64 length, const QByt
 Outcome list(const Connection &c, QList<QByteArray> *names);
 // The size of the file the URL names, or -1 when the server has no such file.
 qint64 remoteSize(const Connection &c, Outcome *outcome = nullptr);
+// Deletes `name` in the folder the URL names (DELE): what a cut transfer left under its temporary
+// name. Best effort: the caller only reports nothing.
+Outcome remove(const Connection &c, const QByteArray &name);
 // The public key of the server's certificate as "sha256//BASE64", read with verification off so a
 // self-signed certificate can be shown and pinned. Empty when no TLS connection could be made.
 QByteArray serverKey(const Connection &c, Outcome *outcome = nullptr);

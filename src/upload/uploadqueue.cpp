@@ -1,6 +1,6 @@
 #include "uploadqueue.h"
 
-#include "mappedfile.h"
+#include "filebytes.h"
 #include "uploadservers.h"
 #include "uploadtexts.h"
 
@@ -372,7 +372,7 @@ void UploadQueue::startTransfer(UploadJob &job, int fileIndex, const UploadServe
         const UploadFile &file = copy.files[fileIndex];
         QByteArray prepared;
         QString error;
-        std::optional<MappedFile> mapped;
+        std::optional<FileBytes> mapped;
         const char *bytes = nullptr;
         if (!prepare(copy, file.path, &prepared, &error)) {
             r.error = error;
@@ -406,6 +406,10 @@ void UploadQueue::startTransfer(UploadJob &job, int fileIndex, const UploadServe
                     const QByteArray temp = tempNameFor(file.remoteName, file.attempts).toUtf8();
                     r.outcome = TransferShim::upload(server.connection(server.fileUrl(QString::fromUtf8(temp))),
                                                      bytes, r.size, temp, finalName, forward, &context);
+                    // A cut transfer leaves its fragment under the temporary name: take it away
+                    // rather than leave the client's folder littered with .part files.
+                    if (!r.outcome.ok())
+                        TransferShim::remove(server.connection(server.folderUrl()), temp);
                 } else {
                     r.outcome = TransferShim::upload(server.connection(server.fileUrl(file.remoteName)),
                                                      bytes, r.size, {}, {}, forward, &context);

@@ -106,6 +106,13 @@ def session(ctrl):
         elif verb == "RNTO":
             os.rename(rename_from, os.path.join(folder, os.path.basename(arg)))
             send("250 renombrado")
+        elif verb == "DELE":
+            path = os.path.join(folder, os.path.basename(arg))
+            if os.path.isfile(path):
+                os.remove(path)
+                send("250 borrado")
+            else:
+                send("550 no existe")
         elif verb == "QUIT":
             send("221 adiós")
             break
