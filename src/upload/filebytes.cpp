@@ -7,19 +7,23 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+namespace {
+thread_local std::vector<char> tBuffer;
+}
+
 FileBytes::FileBytes(const QString &path)
+    : _buffer(tBuffer)
 {
     const UniqueFd fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
     struct stat st {};
     if (!fd || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))
         return;
     ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    _bytes.resize(qsizetype(st.st_size));
-    const qint64 n = FileIo::readFully(fd.get(), _bytes.data(), st.st_size);
-    if (n < 0) {
-        _bytes.clear();
+    if (_buffer.size() < size_t(st.st_size) + 1)
+        _buffer.resize(size_t(st.st_size) + 1);
+    const qint64 n = FileIo::readFully(fd.get(), _buffer.data(), st.st_size);
+    if (n < 0)
         return;
-    }
-    _bytes.truncate(qsizetype(n));   // shortened since the size was read: what is there is sent
+    _size = n;   // shortened since the size was read: what is there is sent
     _open = true;
 }
