@@ -17,6 +17,7 @@ class GridView;
 class ImagePipeline;
 class ImportWindow;
 class InfoPanel;
+class IptcTemplatesWindow;
 class MarksStore;
 class PipelineThumbnailSource;
 class QActionGroup;
@@ -75,6 +76,8 @@ public slots:
     void showClientPick();   // "Selección del cliente…"
     void exportSidecars();   // "Exportar marcas de la carpeta actual a XMP", with progress
     void showRename();       // "Renombrar…" on the selection
+    void showIptcTemplates();   // "Plantillas IPTC…"
+    void showApplyIptc();       // "Aplicar plantilla IPTC…" on the selection, undoable from its toast
     CameraHub &cameraHub();   // the session's, made on first use
 
 protected:
@@ -134,6 +137,7 @@ private:
     QPointer<ImportWindow> _import;
     QPointer<CameraWindow> _camera;
     QPointer<ClientPickSheet> _clientPick;
+    QPointer<IptcTemplatesWindow> _iptcTemplates;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;
 };
