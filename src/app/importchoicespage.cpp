@@ -11,7 +11,9 @@
 #include "ingest/ingestplan.h"
 #include "ingest/ingestsettings.h"
 #include "ingest/ingeststructure.h"
+#include "metadata/iptclibrary.h"
 #include "model/filekinds.h"
+#include "util/settings.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -198,6 +200,17 @@ void ImportChoicesPage::build()
     _preview->setStyleSheet(QStringLiteral("#importPreview { background: #232323; border: 1px solid #3a3a3a; "
                                            "border-radius: 6px; padding: 8px; font-family: monospace; }"));
     right->addWidget(_preview);
+
+    right->addWidget(ImportLabels::section(QStringLiteral("Plantilla IPTC"), page));
+    _iptc = new QComboBox(page);
+    _iptc->setObjectName(QStringLiteral("importIptcTemplate"));
+    _iptc->setMinimumWidth(260);
+    auto *iptcRow = new QHBoxLayout;
+    iptcRow->addWidget(_iptc);
+    iptcRow->addStretch(1);
+    right->addLayout(iptcRow);
+    right->addWidget(ImportLabels::dim(QStringLiteral("Plantilla que se pone en las imágenes copiadas (autor, copyright, evento…). "
+                                                      "JPG: dentro del archivo; RAW: en su .xmp. Se aplica después de verificar."), page));
     right->addStretch();
     columns->setAlignment(leftPane, Qt::AlignTop);
     columns->setAlignment(rightPane, Qt::AlignTop);
@@ -269,6 +282,7 @@ void ImportChoicesPage::connectChoices()
         saveSettings();
         schedulePreview();
     });
+    connect(_iptc, &QComboBox::activated, this, [this] { Settings::ingestIptc.set(_iptc->currentData().toString()); });
     connect(_start, &QPushButton::clicked, this, &ImportChoicesPage::startRequested);
     connect(_close, &QPushButton::clicked, this, &ImportChoicesPage::closeRequested);
 }
@@ -295,6 +309,7 @@ void ImportChoicesPage::loadSettings()
     _verify->setChecked(s.fullVerify);
     _eject->setChecked(s.eject);
     _open->setChecked(s.open);
+    reloadIptcTemplates();
     _loading = false;
 }
 
@@ -635,7 +650,27 @@ std::optional<IngestRequest> ImportChoicesPage::request()
     request.backup = _backupOn->isChecked() ? _backup->text().trimmed() : QString();
     request.options = currentOptions();
     request.known = _items;   // read for the preview: only new files are read again
+    if (const QString name = _iptc->currentData().toString(); !name.isEmpty())
+        request.iptc = IptcLibrary::find(name);
     return request;
+}
+
+void ImportChoicesPage::reloadIptcTemplates()
+{
+    // The remembered choice; a template deleted since counts as none.
+    const QString chosen = Settings::ingestIptc.get();
+    const QSignalBlocker block(_iptc);
+    _iptc->clear();
+    _iptc->addItem(QStringLiteral("Ninguna"), QString());
+    for (const IptcTemplate &t : IptcLibrary::load())
+        _iptc->addItem(t.name, t.name);
+    _iptc->setCurrentIndex(qMax(0, _iptc->findData(chosen)));
+}
+
+void ImportChoicesPage::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    reloadIptcTemplates();   // edited in their own window meanwhile
 }
 
 bool ImportChoicesPage::openWhenDone() const

@@ -54,6 +54,8 @@ public:
     std::optional<IngestRequest> request();
     bool openWhenDone() const;
     void saveSettings();
+    // Lists the IPTC templates again, keeping the remembered choice.
+    void reloadIptcTemplates();
 
     // What the user sees, for the tests.
     QListWidget *sourceList() const { return _sources; }
@@ -76,6 +78,7 @@ public:
     QCheckBox *verifyCheck() const { return _verify; }
     QCheckBox *ejectCheck() const { return _eject; }
     QCheckBox *openCheck() const { return _open; }
+    QComboBox *iptcCombo() const { return _iptc; }
     QLabel *previewLabel() const { return _preview; }
     QLabel *problemLabel() const { return _problem; }
     QPushButton *startButton() const { return _start; }
@@ -84,6 +87,9 @@ public:
 signals:
     void startRequested();
     void closeRequested();
+
+protected:
+    void showEvent(QShowEvent *event) override;
 
 private:
     void build();
@@ -142,6 +148,7 @@ private:
     QCheckBox *_verify = nullptr;
     QCheckBox *_eject = nullptr;
     QCheckBox *_open = nullptr;
+    QComboBox *_iptc = nullptr;
     QLabel *_preview = nullptr;
     QLabel *_problem = nullptr;
     QPushButton *_start = nullptr;

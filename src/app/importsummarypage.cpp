@@ -118,6 +118,13 @@ void ImportSummaryPage::showReport(const IngestReport &report)
             addLine(v, e, box, kErrorStyle);
         layout->addWidget(box);
     }
+    if (report.iptcWritten > 0) {
+        auto *box = new QFrame(_destBoxes);
+        auto *v = new QVBoxLayout(box);
+        addLine(v, report.iptcWritten == 1 ? QStringLiteral("Plantilla IPTC puesta en 1 copia.")
+                                           : QStringLiteral("Plantilla IPTC puesta en %1 copias.").arg(report.iptcWritten), box);
+        layout->addWidget(box);
+    }
     layout->addStretch();
 
     _ejectResult->setText(report.ejectMessage);

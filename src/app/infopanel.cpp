@@ -3,8 +3,12 @@
 #include "datasize.h"
 
 #include "browser/appstate.h"
+#include "metadata/iptcfile.h"
+#include "model/filekinds.h"
 
 #include <QLabel>
+#include <QTimer>
+#include <QtConcurrent>
 #include <QLocale>
 #include <QVBoxLayout>
 
@@ -28,6 +32,32 @@ QString exposureText(const PhotoMeta &m)
     if (m.focalLength && *m.focalLength > 0)
         parts << QStringLiteral("%1 mm").arg(es.toString(*m.focalLength, 'g', 4));
     return parts.join(QStringLiteral(" · "));
+}
+
+constexpr int kIptcDelayMs = 150;   // past a held arrow key, only the shot stopped at is read
+
+// A shot's texts: the first file that has a field gives it; keywords of all files together.
+std::optional<IptcValues> readShotIptc(const QStringList &files)
+{
+    std::optional<IptcValues> out;
+    for (const QString &f : files) {
+        if (FileKinds::isSidecar(f))
+            continue;   // read with its shot's file
+        const auto v = IptcFile::read(f);
+        if (!v)
+            continue;
+        if (!out) {
+            out = v;
+            continue;
+        }
+        for (IptcField field : IptcFields::all())
+            if ((*out)[field].isEmpty())
+                (*out)[field] = (*v)[field];
+        for (const QString &k : v->keywords)
+            if (!out->keywords.contains(k))
+                out->keywords.append(k);
+    }
+    return out;
 }
 
 QString verdictText(const Photo &p, SharpSensitivity s)
@@ -65,11 +95,30 @@ InfoPanel::InfoPanel(AppState &state, QWidget *parent)
     layout->addStretch(1);
     for (const char *row : {"Cámara", "Objetivo", "Exposición", "Fecha", "Dimensiones", "Tamaño", "Archivos", "Ruta", "Nitidez"})
         addRow(QString::fromUtf8(row));
+    for (IptcField f : IptcFields::all()) {
+        addRow(IptcFields::label(f));
+        if (f == IptcField::description)
+            addRow(IptcFields::keywordsLabel());
+    }
+
+    _iptcDelay = new QTimer(this);
+    _iptcDelay->setSingleShot(true);
+    _iptcDelay->setInterval(kIptcDelayMs);
+    connect(_iptcDelay, &QTimer::timeout, this, &InfoPanel::readIptc);
+    connect(&_iptcWatcher, &QFutureWatcher<std::optional<IptcValues>>::finished, this, [this] {
+        if (_iptcReading != (_state.current() ? _state.current()->id : QUuid()))
+            return;   // the shot changed meanwhile; its own read is on its way
+        _iptc = _iptcWatcher.result();
+        _iptcShot = _iptcReading;
+        refresh();
+    });
 
     connect(&state, &AppState::currentChanged, this, &InfoPanel::refresh);
     connect(&state, &AppState::photosUpdated, this, [this](const QList<QUuid> &ids) {
-        if (const Photo *p = _state.current(); p && ids.contains(p->id))
+        if (const Photo *p = _state.current(); p && ids.contains(p->id)) {
+            _iptcShot = {};   // its texts may have been written: read them again
             refresh();
+        }
     });
     connect(&state, &AppState::photosChanged, this, &InfoPanel::refresh);
 }
@@ -102,11 +151,32 @@ void InfoPanel::showEvent(QShowEvent *event)
     refresh();
 }
 
+bool InfoPanel::iptcCurrent() const
+{
+    const Photo *p = _state.current();
+    return p && _iptcShot == p->id && !_iptcDelay->isActive() && !_iptcWatcher.isRunning();
+}
+
+void InfoPanel::readIptc()
+{
+    const Photo *p = _state.current();
+    if (!p || !isVisible())
+        return;
+    if (_iptcWatcher.isRunning()) {
+        _iptcDelay->start();   // one read at a time; the newest shot is read next
+        return;
+    }
+    _iptcReading = p->id;
+    _iptcWatcher.setFuture(QtConcurrent::run([files = p->files()] { return readShotIptc(files); }));
+}
+
 void InfoPanel::refresh()
 {
     if (!isVisible())
         return;   // filled when shown: no work per arrow key while the panel is closed
     const Photo *p = _state.current();
+    if (p && _iptcShot != p->id && !_iptcDelay->isActive() && !(_iptcWatcher.isRunning() && _iptcReading == p->id))
+        _iptcDelay->start();
     _title->setText(p ? p->name() : QStringLiteral("Ninguna imagen"));
     const QLocale es(QLocale::Spanish, QLocale::Spain);
     QHash<QString, QString> values;
@@ -129,6 +199,11 @@ void InfoPanel::refresh()
         values[QStringLiteral("Archivos")] = names.join(QStringLiteral(", "));
         values[QStringLiteral("Ruta")] = p->dirPath;
         values[QStringLiteral("Nitidez")] = verdictText(*p, _state.sensitivity());
+        if (_iptc && _iptcShot == p->id) {
+            for (IptcField f : IptcFields::all())
+                values[IptcFields::label(f)] = (*_iptc)[f];
+            values[IptcFields::keywordsLabel()] = _iptc->keywords.join(QStringLiteral(", "));
+        }
     }
     for (const Row &r : std::as_const(_rows)) {
         const QString v = values.value(r.title);

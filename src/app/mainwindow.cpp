@@ -11,6 +11,8 @@
 #include "gridview.h"
 #include "importwindow.h"
 #include "infopanel.h"
+#include "iptcapplysheet.h"
+#include "iptctemplateswindow.h"
 #include "labelcolors.h"
 #include "markglyphs.h"
 #include "pipelinethumbnailsource.h"
@@ -44,6 +46,7 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFutureWatcher>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -63,6 +66,7 @@
 #include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <QtConcurrent>
 
 namespace {
 constexpr int kThumbStep = 32;
@@ -276,6 +280,8 @@ void MainWindow::buildActions()
     on("clientPick", &MainWindow::showClientPick);
     on("exportXmp", &MainWindow::exportSidecars);
     on("rename", &MainWindow::showRename);
+    on("iptcTemplates", &MainWindow::showIptcTemplates);
+    on("applyIptc", &MainWindow::showApplyIptc);
 
     // Marcas. The same key again removes the mark; AppState decides that.
     for (int n = 0; n <= LabelColors::kCount; ++n) {
@@ -404,6 +410,7 @@ void MainWindow::buildMenus()
     marks->addAction(a("rotateRight"));
     marks->addSeparator();
     marks->addAction(a("exportXmp"));
+    marks->addAction(a("applyIptc"));
 
     QMenu *view = bar->addMenu(QStringLiteral("&Ver"));
     view->addAction(a("viewGrid"));
@@ -433,6 +440,7 @@ void MainWindow::buildMenus()
     tools->addAction(a("clientPick"));
     tools->addAction(a("send"));
     tools->addAction(a("uploadQueue"));
+    tools->addAction(a("iptcTemplates"));
     tools->addAction(a("servers"));
 
     QMenu *help = bar->addMenu(QStringLiteral("A&yuda"));
@@ -784,6 +792,50 @@ void MainWindow::showImport()
     _import->show();
     _import->raise();
     _import->activateWindow();
+}
+
+void MainWindow::showIptcTemplates()
+{
+    if (!_iptcTemplates) {
+        _iptcTemplates = new IptcTemplatesWindow(this);
+        _iptcTemplates->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    _iptcTemplates->show();
+    _iptcTemplates->raise();
+    _iptcTemplates->activateWindow();
+}
+
+void MainWindow::showApplyIptc()
+{
+    if (_state.targets().isEmpty()) {
+        _state.toast(QStringLiteral("Elige primero las imágenes a las que poner la plantilla."));
+        return;
+    }
+    auto *sheet = new IptcApplySheet(_session, this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    connect(sheet, &IptcApplySheet::applied, this,
+            [this](const QString &text, const IptcBatch::Outcome &o, const QList<QUuid> &shots) {
+        _state.rereadMeta(shots);
+        if (o.undo.isEmpty()) {
+            _toast->showMessage(text, o.failed > 0);
+            return;
+        }
+        // The way back: each file's texts as they were, through the same safe writer.
+        _toast->showAction(text, QStringLiteral("Deshacer"), [this, undo = o.undo, shots] {
+            auto *watcher = new QFutureWatcher<QStringList>(this);
+            connect(watcher, &QFutureWatcher<QStringList>::finished, this, [this, watcher, shots] {
+                watcher->deleteLater();
+                const QStringList problems = watcher->result();
+                _state.rereadMeta(shots);
+                if (problems.isEmpty())
+                    _state.toast(QStringLiteral("Plantilla IPTC deshecha"));
+                else
+                    _state.toast(QStringLiteral("No se pudo deshacer todo:\n") + problems.join(QLatin1Char('\n')), true);
+            });
+            watcher->setFuture(QtConcurrent::run([undo] { return IptcBatch::undo(undo); }));
+        }, o.failed > 0);
+    });
+    sheet->open();
 }
 
 CameraHub &MainWindow::cameraHub() { return _session.cameraHub(); }

@@ -17,6 +17,7 @@ class GridView;
 class ImagePipeline;
 class ImportWindow;
 class InfoPanel;
+class IptcTemplatesWindow;
 class MarksStore;
 class PipelineThumbnailSource;
 class QActionGroup;
@@ -77,6 +78,8 @@ public slots:
     void showClientPick();   // "Selección del cliente…"
     void exportSidecars();   // "Exportar marcas de la carpeta actual a XMP", with progress
     void showRename();       // "Renombrar…" on the selection
+    void showIptcTemplates();   // "Plantillas IPTC…"
+    void showApplyIptc();       // "Aplicar plantilla IPTC…" on the selection, undoable from its toast
     CameraHub &cameraHub();   // the session's, made on first use
 
 protected:
@@ -137,6 +140,7 @@ private:
     QPointer<ImportWindow> _import;
     QPointer<CameraWindow> _camera;
     QPointer<ClientPickSheet> _clientPick;
+    QPointer<IptcTemplatesWindow> _iptcTemplates;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;
 };

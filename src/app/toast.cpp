@@ -49,13 +49,14 @@ Toast::Toast(QWidget *parent)
     hide();
 }
 
-void Toast::showAction(const QString &text, const QString &actionText, std::function<void()> action)
+void Toast::showAction(const QString &text, const QString &actionText, std::function<void()> action, bool error)
 {
-    showMessage(text, false);
+    showMessage(text, error);
     _onAction = std::move(action);
     _action->setText(actionText);
     _action->show();
-    _timer->start(kActionShowMs);
+    if (!error)
+        _timer->start(kActionShowMs);
     adjustSize();
     place();
 }
@@ -68,7 +69,10 @@ void Toast::showMessage(const QString &text, bool error)
     _label->setText(text);
     // Wrapped labels size themselves badly: a short message gets its own width, a long one
     // wraps at a readable measure.
-    _label->setFixedWidth(qMin(_label->fontMetrics().horizontalAdvance(text) + 4, 520));
+    int widest = 0;
+    for (const QString &line : text.split(QLatin1Char('\n')))
+        widest = qMax(widest, _label->fontMetrics().horizontalAdvance(line));
+    _label->setFixedWidth(qMin(widest + 4, 520));
     _close->setVisible(error);
     setProperty("error", error);
     style()->unpolish(this);   // the [error] selector is read at polish time

@@ -20,8 +20,8 @@ public:
     static constexpr int kActionShowMs = 5000;
 
     void showMessage(const QString &text, bool error);
-    // A plain message with a button that runs `action` and closes the message.
-    void showAction(const QString &text, const QString &actionText, std::function<void()> action);
+    // A message with a button that runs `action` and closes the message; an error one stays.
+    void showAction(const QString &text, const QString &actionText, std::function<void()> action, bool error = false);
     void dismiss();
     QString text() const;
     bool isError() const { return _error; }

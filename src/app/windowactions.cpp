@@ -37,6 +37,7 @@ QList<WindowAction> build()
     t += {QStringLiteral("rotateLeft"), QStringLiteral("Girar a la izquierda"), key(Qt::Key_BracketLeft)};
     t += {QStringLiteral("rotateRight"), QStringLiteral("Girar a la derecha"), key(Qt::Key_BracketRight)};
     t += {QStringLiteral("exportXmp"), QStringLiteral("Exportar marcas de la carpeta actual a XMP")};
+    t += {QStringLiteral("applyIptc"), QStringLiteral("Aplicar plantilla IPTC…")};
     // Ver
     t += {QStringLiteral("viewGrid"), QStringLiteral("Cuadrícula"), {}, {}, true};
     t += {QStringLiteral("viewSingle"), QStringLiteral("Imagen"), {}, {}, true};
@@ -60,6 +61,7 @@ QList<WindowAction> build()
     t += {QStringLiteral("clientPick"), QStringLiteral("Selección del cliente…"), {}, QStringLiteral("Selección del cliente")};
     t += {QStringLiteral("send"), QStringLiteral("Enviar…"), {}, QStringLiteral("Enviar")};
     t += {QStringLiteral("uploadQueue"), QStringLiteral("Cola de envíos")};
+    t += {QStringLiteral("iptcTemplates"), QStringLiteral("Plantillas IPTC…")};
     t += {QStringLiteral("servers"), QStringLiteral("Servidores…")};
     // Ayuda
     t += {QStringLiteral("shortcuts"), QStringLiteral("Atajos de teclado")};

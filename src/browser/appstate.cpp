@@ -13,6 +13,7 @@
 #include "metadata/xmpstore.h"
 #include "model/orientation.h"
 #include "marks/marksfile.h"
+#include "metadata/iptcfile.h"
 #include "metadata/metareader.h"
 #include "util/settings.h"
 
@@ -29,6 +30,11 @@ QList<Marks> marksOf(const QList<Photo *> &shots)
     for (const Photo *p : shots)
         m.append(Marks::fromPhoto(*p));
     return m;
+}
+// What the metadata pass reads for a shot: its preview file, with the sidecar's texts over it.
+MetaReader::Job metaJob(const Photo &p)
+{
+    return {p.id, p.previewURL(), p.sidecarURL()};
 }
 } // namespace
 
@@ -210,7 +216,7 @@ void AppState::applyScan(quint64 gen, const FolderLoader::Result &result)
     QList<MetaReader::Job> jobs;
     jobs.reserve(_photos.size());
     for (const PhotoPtr &p : std::as_const(_photos))
-        jobs.append({p->id, p->previewURL()});
+        jobs.append(metaJob(*p));
     _metaReader->start(jobs, _generation);
     if (!unmarked.isEmpty())
         _xattr->read(unmarked, _generation);
@@ -865,7 +871,7 @@ QList<Photo *> AppState::addFiles(const QStringList &pathsIn, bool markNew)
     QList<MetaReader::Job> jobs;
     QList<QUuid> ids;
     for (Photo *p : std::as_const(touched)) {
-        jobs.append({p->id, p->previewURL()});
+        jobs.append(metaJob(*p));
         ids.append(p->id);
     }
     sortPhotos(_photos, _sortKey, _sortAscending);
@@ -874,6 +880,20 @@ QList<Photo *> AppState::addFiles(const QStringList &pathsIn, bool markNew)
     // Metadata of the newcomers only, read off the GUI thread; the rest of the folder keeps its own.
     _loader->readMeta(_generation, jobs);
     return touched;
+}
+
+void AppState::rereadMeta(const QList<QUuid> &ids)
+{
+    QList<MetaReader::Job> jobs;
+    for (const QUuid &id : ids)
+        if (const Photo *p = photo(id)) {
+            MetaReader::Job job = metaJob(*p);
+            if (job.sidecar.isEmpty())   // one written a moment ago, before the watcher told us
+                job.sidecar = IptcFile::sidecarFor(p->url());
+            jobs.append(job);
+        }
+    if (!jobs.isEmpty())
+        _loader->readMeta(_generation, jobs);
 }
 
 void AppState::removeFiles(const QStringList &pathsIn)

@@ -130,6 +130,9 @@ public:
     QList<Photo *> addFiles(const QStringList &paths, bool markNew);
     void removeFiles(const QStringList &paths);
 
+    // Reads the metadata of these shots again in the background (their files' texts changed).
+    void rereadMeta(const QList<QUuid> &ids);
+
     // Analysis results from the background (sharpness); re-applies the filter. A shot that
     // could be measured is readable, so no longer damaged.
     void applySharpness(const QHash<QUuid, std::pair<double, QPointF>> &results);

@@ -66,7 +66,7 @@ void FolderLoader::readMeta(quint64 generation, const QList<MetaReader::Job> &jo
         MetaBatch batch;
         batch.reserve(jobs.size());
         for (const MetaReader::Job &j : jobs)
-            batch.append({j.id, readPhotoMeta(j.path)});
+            batch.append({j.id, readPhotoMeta(j.path, j.sidecar)});
         QMetaObject::invokeMethod(this, [this, generation, batch] { emit metaRead(generation, batch); }, Qt::QueuedConnection);
     });
 }

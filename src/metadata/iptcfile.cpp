@@ -427,33 +427,50 @@ bool sameSegments(const QByteArray &before, const JpegSegments::Layout &lb, cons
     return true;
 }
 
-// Whether the file behind `fd` holds exactly `head` followed by `tail`, read back in chunks.
-bool holdsExactly(int fd, const QByteArray &head, const char *tail, qsizetype tailSize)
+// Reads `size` bytes at `offset` (fewer only at the end of the file); -1 on an error.
+qint64 preadFully(int fd, char *buffer, qint64 size, qint64 offset)
 {
-    thread_local std::vector<char> buffer(size_t(1) << 20);
+    qint64 done = 0;
+    while (done < size) {
+        const ssize_t n = ::pread(fd, buffer + done, size_t(size - done), off_t(offset + done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return -1;
+        if (n == 0)
+            break;
+        done += n;
+    }
+    return done;
+}
+
+// Whether the file behind `fd` holds exactly `head` followed by the original's bytes from
+// `tailOffset` on (`tailSize` of them). Both sides are read in chunks into buffers that stay
+// mapped: comparing against the original's fresh mapping would touch every page of it, which
+// costs more than reading it again from the page cache.
+bool holdsExactly(int fd, const QByteArray &head, int originalFd, qsizetype tailOffset, qsizetype tailSize)
+{
+    constexpr qint64 kChunk = qint64(1) << 20;
+    thread_local std::vector<char> written = std::vector<char>(size_t(kChunk));
+    thread_local std::vector<char> expected = std::vector<char>(size_t(kChunk));
     if (::lseek(fd, 0, SEEK_SET) != 0)
         return false;
-    qsizetype at = 0;
-    const qsizetype total = head.size() + tailSize;
-    for (;;) {
-        const qint64 n = FileIo::readFully(fd, buffer.data(), qint64(buffer.size()));
-        if (n < 0)
+    for (qsizetype at = 0; at < head.size();) {
+        const qint64 want = std::min<qint64>(kChunk, head.size() - at);
+        if (FileIo::readFully(fd, written.data(), want) != want || std::memcmp(written.data(), head.constData() + at, size_t(want)) != 0)
             return false;
-        if (n == 0)
-            return at == total;
-        if (at + n > total)
-            return false;
-        for (qint64 i = 0; i < n;) {
-            const qsizetype pos = at + qsizetype(i);
-            const bool inHead = pos < head.size();
-            const qsizetype run = std::min<qsizetype>(qsizetype(n - i), inHead ? head.size() - pos : total - pos);
-            const char *expected = inHead ? head.constData() + pos : tail + (pos - head.size());
-            if (std::memcmp(buffer.data() + i, expected, size_t(run)) != 0)
-                return false;
-            i += run;
-        }
-        at += qsizetype(n);
+        at += want;
     }
+    for (qsizetype at = 0; at < tailSize;) {
+        const qint64 want = std::min<qint64>(kChunk, tailSize - at);
+        if (FileIo::readFully(fd, written.data(), want) != want
+            || preadFully(originalFd, expected.data(), want, tailOffset + at) != want
+            || std::memcmp(written.data(), expected.data(), size_t(want)) != 0)
+            return false;
+        at += want;
+    }
+    // Nothing after the end.
+    return FileIo::readFully(fd, written.data(), 1) == 0;
 }
 
 // The image data from the original into the new file: inside the kernel where the file system
@@ -499,7 +516,7 @@ QString replaceJpeg(const QString &path, const struct stat &st, int originalFd, 
         return drop(errno);
     // What reached the file system must be the new segments and the image data untouched.
     errno = 0;
-    if (!holdsExactly(fd.get(), head, tail, tailSize))
+    if (!holdsExactly(fd.get(), head, originalFd, layout.scan, tailSize))
         return drop(errno ? errno : EIO);
     const int owned = ::fchown(fd.get(), st.st_uid, st.st_gid);   // kept where allowed
     Q_UNUSED(owned);
@@ -508,6 +525,10 @@ QString replaceJpeg(const QString &path, const struct stat &st, int originalFd, 
         return drop(errno);
     if (!batch && ::fsync(fd.get()) != 0)
         return drop(errno);
+    // In a batch the disk starts writing now, while the next files are built; the batch's one
+    // flush then finds little left to wait for.
+    if (batch)
+        ::sync_file_range(fd.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     fd.reset();
     // Another program may have written the file meanwhile: its version wins.
     struct stat now {};

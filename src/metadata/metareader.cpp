@@ -84,7 +84,7 @@ MetaReader::MetaReader(QObject *parent)
                     cancelled = true;
                     break;
                 }
-                batch.append({job.id, readPhotoMeta(job.path)});
+                batch.append({job.id, readPhotoMeta(job.path, job.sidecar)});
                 if (batch.size() >= kBatchSize || sinceFlush.elapsed() >= kBatchMs) {
                     deliver(serial, generation, std::exchange(batch, {}), false);
                     sinceFlush.restart();

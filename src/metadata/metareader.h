@@ -22,6 +22,7 @@ public:
     struct Job {
         QUuid id;
         QString path;   // the file read: the shot's preview file (the JPEG of a pair) or its RAW
+        QString sidecar = {};   // its .xmp, whose IPTC texts win over the file's; "" for none
     };
     // Reads every job, cancelling the previous request. `generation` comes back with each batch.
     void start(const QList<Job> &jobs, quint64 generation);

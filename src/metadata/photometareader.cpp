@@ -3,6 +3,7 @@
 #include "model/filekinds.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QMutex>
 #include <QStringDecoder>
 
@@ -723,3 +724,27 @@ std::optional<PhotoMeta> readPhotoMeta(const QString &path)
     }
 }
 
+
+std::optional<PhotoMeta> readPhotoMeta(const QString &path, const QString &sidecar)
+{
+    std::optional<PhotoMeta> meta = readPhotoMeta(path);
+    if (sidecar.isEmpty() || !QFileInfo::exists(sidecar))
+        return meta;
+    const std::optional<PhotoMeta> side = readPhotoMeta(sidecar);
+    if (!side)
+        return meta;
+    PhotoMeta m = meta.value_or(PhotoMeta{});
+    const auto over = [](QString &mine, const QString &theirs) {
+        if (!theirs.isEmpty())
+            mine = theirs;
+    };
+    over(m.title, side->title);
+    over(m.caption, side->caption);
+    over(m.creator, side->creator);
+    over(m.copyright, side->copyright);
+    over(m.city, side->city);
+    over(m.country, side->country);
+    if (!side->keywords.isEmpty())
+        m.keywords = side->keywords;
+    return hasAnything(m) ? std::optional<PhotoMeta>(m) : meta;
+}

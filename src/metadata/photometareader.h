@@ -11,3 +11,7 @@ void ensureExiv2();
 
 // Absent when the file cannot be read or holds no metadata exiv2 understands.
 std::optional<PhotoMeta> readPhotoMeta(const QString &path);
+
+// The same, with the IPTC texts of the shot's sidecar (when `sidecar` names one that exists) over
+// the file's own: a RAW's author, city and keywords live there.
+std::optional<PhotoMeta> readPhotoMeta(const QString &path, const QString &sidecar);

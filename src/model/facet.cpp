@@ -8,7 +8,8 @@ namespace Facets {
 
 QList<Facet> all()
 {
-    return {Facet::camera, Facet::lens, Facet::focalLength, Facet::iso, Facet::date, Facet::fileType};
+    return {Facet::camera, Facet::lens, Facet::focalLength, Facet::iso, Facet::date, Facet::fileType,
+            Facet::creator, Facet::city, Facet::keyword};
 }
 
 QString title(Facet f)
@@ -20,6 +21,9 @@ QString title(Facet f)
     case Facet::iso: return QStringLiteral("ISO");
     case Facet::date: return QStringLiteral("Fecha");
     case Facet::fileType: return QStringLiteral("Tipo de archivo");
+    case Facet::creator: return QStringLiteral("Autor");
+    case Facet::city: return QStringLiteral("Ciudad");
+    case Facet::keyword: return QStringLiteral("Palabras clave");
     }
     return {};
 }
@@ -44,6 +48,12 @@ FacetValues build(const PhotoMeta *meta, const QString &badge)
         v.insert(Facet::iso, {QString::number(*meta->iso)});
     if (meta->captureDate.isValid())
         v.insert(Facet::date, {meta->captureDate.date().toString(Qt::ISODate)});
+    if (!meta->creator.trimmed().isEmpty())
+        v.insert(Facet::creator, {meta->creator.trimmed()});
+    if (!meta->city.trimmed().isEmpty())
+        v.insert(Facet::city, {meta->city.trimmed()});
+    if (!meta->keywords.isEmpty())
+        v.insert(Facet::keyword, meta->keywords);
     return v;
 }
 

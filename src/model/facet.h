@@ -8,7 +8,8 @@
 struct PhotoMeta;
 
 // The kinds of capture data the filter panel offers.
-enum class Facet : int { camera, lens, focalLength, iso, date, fileType };
+// The last three are IPTC texts: who made the shot, where, and its keywords (one value each).
+enum class Facet : int { camera, lens, focalLength, iso, date, fileType, creator, city, keyword };
 
 inline size_t qHash(Facet f, size_t seed = 0) noexcept { return ::qHash(int(f), seed); }
 

@@ -72,4 +72,7 @@ inline const Setting<QByteArray> uiSplitter{"ui.splitter", {}};
 inline const Setting<bool> uiInfoPanel{"ui.infoPanel", false};
 inline const Setting<bool> uiFilterBar{"ui.filterBar", true};
 inline const Setting<int> uiThumbSize{"ui.thumbSize", 0};                        // 0: the grid's own
+// IPTC templates, by name: the last one applied to a selection, and the import's (empty: none)
+inline const Setting<QString> iptcLastTemplate{"iptc.lastTemplate", {}};
+inline const Setting<QString> ingestIptc{"ingest.iptcTemplate", {}};
 } // namespace Settings
