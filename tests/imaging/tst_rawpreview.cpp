@@ -710,10 +710,6 @@ private slots:
         QCOMPARE(third.value("start").toInt(), 100);
         QCOMPARE(third.value("width").toInt(), 160);
 
-        // The default size is 2560: the 3000-pixel one.
-        r = corvane({"raw-previews", "--json", raw});
-        QCOMPARE(QJsonDocument::fromJson(r.out).array()[0].toObject().value("chosen").toObject().value("width").toInt(), 3000);
-
         r = corvane({"raw-previews", raw});
         QCOMPARE(r.status, 0);
         QVERIFY(r.out.contains("1616×1080"));
