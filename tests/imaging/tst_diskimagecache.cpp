@@ -134,20 +134,6 @@ private slots:
         QCOMPARE(filesIn(cache.dir()).size(), 1);
     }
 
-    void asyncWrites()
-    {
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 0);
-        for (int i = 0; i < 20; ++i)
-            cache.storeAsync(picture(40 + i, 30), QString::number(i).rightJustified(64, '0'));
-        cache.waitForWrites();
-        const QStringList files = filesIn(cache.dir());
-        QCOMPARE(files.size(), 20);
-        for (const QString &f : files)
-            QVERIFY(f.endsWith(".jpg"));
-        QCOMPARE(cache.load(QString::number(7).rightJustified(64, '0')).width(), 47);
-    }
-
     void damagedFilesDoNotLoad_data()
     {
         QTest::addColumn<QByteArray>("bytes");
@@ -272,20 +258,6 @@ private slots:
         QVERIFY(QDir(d + "/sub").exists());
     }
 
-    void pruneBySize()
-    {
-        // Limit 1000 bytes, ten files of 150 (1500): down to 800 or less, oldest access first.
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 1000);
-        const QString d = cache.dir();
-        for (int i = 0; i < 10; ++i)
-            QVERIFY(setAccess(fileOf(150, d + QStringLiteral("/f%1.jpg").arg(i)), 10 - i));   // f0 oldest
-        QCOMPARE(cache.totalSize(), 1500);
-        cache.prune(0);   // cacheDays 0: no age rule, still trimmed by size
-        QCOMPARE(filesIn(d), (QStringList{"f5.jpg", "f6.jpg", "f7.jpg", "f8.jpg", "f9.jpg"}));
-        QCOMPARE(cache.totalSize(), 750);
-    }
-
     void pruneAgeThenSize()
     {
         QTemporaryDir dir;
@@ -300,44 +272,7 @@ private slots:
         QCOMPARE(filesIn(d), (QStringList{"b.jpg", "c.jpg"}));
     }
 
-    void totalSizeAndClear()
-    {
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 0);
-        QCOMPARE(cache.totalSize(), 0);
-        fileOf(100, cache.dir() + "/a.jpg");
-        fileOf(23, cache.dir() + "/b.jpg");
-        fileOf(7, cache.dir() + "/x.1234.tmp");
-        QCOMPARE(cache.totalSize(), 130);
-        cache.clear();
-        QCOMPARE(filesIn(cache.dir()), QStringList());
-        QCOMPARE(cache.totalSize(), 0);
-        QVERIFY(QDir(cache.dir()).exists());
-    }
-
     // ----- The shared instances and the launch prune
-
-    void cacheDaysSetting_data()
-    {
-        QTest::addColumn<QVariant>("value");
-        QTest::addColumn<int>("days");
-        QTest::newRow("unset") << QVariant() << 90;
-        QTest::newRow("text 45") << QVariant("45") << 45;
-        QTest::newRow("words") << QVariant("forever") << 90;
-    }
-    void cacheDaysSetting()
-    {
-        QFETCH(QVariant, value);
-        QFETCH(int, days);
-        {
-            QSettings s;
-            if (value.isValid())
-                s.setValue("cacheDays", value);
-            else
-                s.remove("cacheDays");
-        }
-        QCOMPARE(DiskImageCache::cacheDaysSetting(), days);
-    }
 
     void pruneAtLaunch()
     {
