@@ -64,11 +64,6 @@ QStringList filesIn(const QString &dir)
     return names;
 }
 
-QString fileOf(int bytes, const QString &path)
-{
-    return TestEnv::touch(path, QByteArray(bytes, 'x'));
-}
-
 } // namespace
 
 class TestDiskImageCache : public QObject
@@ -248,10 +243,10 @@ private slots:
         QTemporaryDir dir;
         DiskImageCache cache(dir.filePath("c"), 0.82, 0);
         const QString d = cache.dir();
-        QVERIFY(setAccess(fileOf(10, d + "/fresh.jpg"), 0));
-        QVERIFY(setAccess(fileOf(10, d + "/recent.jpg"), 29));
-        QVERIFY(setAccess(fileOf(10, d + "/old.jpg"), 31));
-        QVERIFY(setAccess(fileOf(10, d + "/ancient.jpg"), 400));
+        QVERIFY(setAccess(TestEnv::touch(d + "/fresh.jpg", QByteArray(10, 'x')), 0));
+        QVERIFY(setAccess(TestEnv::touch(d + "/recent.jpg", QByteArray(10, 'x')), 29));
+        QVERIFY(setAccess(TestEnv::touch(d + "/old.jpg", QByteArray(10, 'x')), 31));
+        QVERIFY(setAccess(TestEnv::touch(d + "/ancient.jpg", QByteArray(10, 'x')), 400));
         QDir(d).mkdir("sub");   // folders are not entries
         cache.prune(days);
         QCOMPARE(filesIn(d), kept);
@@ -263,10 +258,10 @@ private slots:
         QTemporaryDir dir;
         DiskImageCache cache(dir.filePath("c"), 0.88, 1000);
         const QString d = cache.dir();
-        QVERIFY(setAccess(fileOf(600, d + "/stale.jpg"), 100));
-        QVERIFY(setAccess(fileOf(500, d + "/a.jpg"), 5));
-        QVERIFY(setAccess(fileOf(400, d + "/b.jpg"), 3));
-        QVERIFY(setAccess(fileOf(300, d + "/c.jpg"), 1));
+        QVERIFY(setAccess(TestEnv::touch(d + "/stale.jpg", QByteArray(600, 'x')), 100));
+        QVERIFY(setAccess(TestEnv::touch(d + "/a.jpg", QByteArray(500, 'x')), 5));
+        QVERIFY(setAccess(TestEnv::touch(d + "/b.jpg", QByteArray(400, 'x')), 3));
+        QVERIFY(setAccess(TestEnv::touch(d + "/c.jpg", QByteArray(300, 'x')), 1));
         // Age removes "stale"; 1200 > 1000, so "a" goes (700 ≤ 800) and the rest stays.
         cache.prune(30);
         QCOMPARE(filesIn(d), (QStringList{"b.jpg", "c.jpg"}));
@@ -281,9 +276,9 @@ private slots:
         DiskImageCache &previews = DiskImageCache::previews();
         thumbs.clear();
         previews.clear();
-        QVERIFY(setAccess(fileOf(10, thumbs.dir() + "/old.jpg"), 11));
-        QVERIFY(setAccess(fileOf(10, thumbs.dir() + "/new.jpg"), 9));
-        QVERIFY(setAccess(fileOf(10, previews.dir() + "/old.jpg"), 20));
+        QVERIFY(setAccess(TestEnv::touch(thumbs.dir() + "/old.jpg", QByteArray(10, 'x')), 11));
+        QVERIFY(setAccess(TestEnv::touch(thumbs.dir() + "/new.jpg", QByteArray(10, 'x')), 9));
+        QVERIFY(setAccess(TestEnv::touch(previews.dir() + "/old.jpg", QByteArray(10, 'x')), 20));
         DiskImageCache::pruneAtLaunch().waitForFinished();
         QCOMPARE(filesIn(thumbs.dir()), QStringList{"new.jpg"});
         QCOMPARE(filesIn(previews.dir()), QStringList());
