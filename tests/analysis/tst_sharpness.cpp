@@ -221,7 +221,6 @@ private slots:
         QTemporaryDir dir;
         const QString path = TestEnv::touch(dir.filePath("x.jpg"), "12345");
         const QString k1 = SharpnessCache::photoKey(path);
-        QVERIFY(k1.startsWith(path + "|5|"));
         QCOMPARE(SharpnessCache::photoKey(path), k1);
 
         QFile f(path);
@@ -234,7 +233,6 @@ private slots:
 
         TestEnv::touch(path, "123456");
         QVERIFY(SharpnessCache::photoKey(path) != k2);
-        QVERIFY(SharpnessCache::photoKey(path).contains("|6|"));
     }
 
     void commandRejectsBadUsage()
