@@ -136,6 +136,8 @@ void FileOpController::showTransfer(FileOpJournal::Op op)
 
 void FileOpController::undo(const QString &id)
 {
+    if (id.startsWith(QLatin1String("iptc:")))
+        return;   // the window takes back a template apply itself
     if (_busy) {
         _toast.showMessage(QStringLiteral("Espera a que termine la operación con archivos en curso."), true);
         return;

@@ -31,6 +31,7 @@
 #include "marks/marksbook.h"
 #include "marks/marksstore.h"
 #include "fileops/fileopjournal.h"
+#include "fileops/fileopoutcome.h"
 #include "metadata/xmplabels.h"
 #include "metadata/xmpstore.h"
 #include "util/settings.h"
@@ -115,6 +116,10 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     connect(_actions.value(QStringLiteral("moveTo")), &QAction::triggered, this, [this] { _fileOps->showTransfer(FileOpJournal::Op::move); });
     connect(_actions.value(QStringLiteral("trash")), &QAction::triggered, this, [this] { _fileOps->trashTargets(); });
     // Culling goes on from the keys once the files are where they were sent.
+    connect(&_state, &AppState::fileOpUndoRequested, this, [this](const QString &id) {
+        if (id.startsWith(QLatin1String("iptc:")))
+            undoIptc(id);
+    });
     connect(_fileOps, &FileOpController::finished, this, [this] {
         activateWindow();
         focusView();
@@ -820,22 +825,33 @@ void MainWindow::showApplyIptc()
             _toast->showMessage(text, o.failed > 0);
             return;
         }
-        // The way back: each file's texts as they were, through the same safe writer.
-        _toast->showAction(text, QStringLiteral("Deshacer"), [this, undo = o.undo, shots] {
-            auto *watcher = new QFutureWatcher<QStringList>(this);
-            connect(watcher, &QFutureWatcher<QStringList>::finished, this, [this, watcher, shots] {
-                watcher->deleteLater();
-                const QStringList problems = watcher->result();
-                _state.rereadMeta(shots);
-                if (problems.isEmpty())
-                    _state.toast(QStringLiteral("Plantilla IPTC deshecha"));
-                else
-                    _state.toast(QStringLiteral("No se pudo deshacer todo:\n") + problems.join(QLatin1Char('\n')), true);
-            });
-            watcher->setFuture(QtConcurrent::run([undo] { return IptcBatch::undo(undo); }));
-        }, o.failed > 0);
+        // The way back joins the undo list, so Ctrl+Z reaches it in turn as well as the toast.
+        const QString id = QStringLiteral("iptc:") + QUuid::createUuid().toString(QUuid::WithoutBraces);
+        _iptcUndos.insert(id, {o.undo, shots});
+        _state.recordFileOp(id, QStringLiteral("plantilla IPTC en %1").arg(shotCount(int(shots.size()))));
+        _toast->showAction(text, QStringLiteral("Deshacer"), [this] { _state.undo(); }, o.failed > 0);
     });
     sheet->open();
+}
+
+// Each file's IPTC texts as they were, through the same safe writer.
+void MainWindow::undoIptc(const QString &id)
+{
+    const auto pending = _iptcUndos.take(id);
+    if (pending.undo.isEmpty())
+        return;
+    const QList<QUuid> shots = pending.shots;
+    auto *watcher = new QFutureWatcher<QStringList>(this);
+    connect(watcher, &QFutureWatcher<QStringList>::finished, this, [this, watcher, shots] {
+        watcher->deleteLater();
+        const QStringList problems = watcher->result();
+        _state.rereadMeta(shots);
+        if (problems.isEmpty())
+            _state.toast(QStringLiteral("Plantilla IPTC deshecha"));
+        else
+            _state.toast(QStringLiteral("No se pudo deshacer todo:\n") + problems.join(QLatin1Char('\n')), true);
+    });
+    watcher->setFuture(QtConcurrent::run([undo = pending.undo] { return IptcBatch::undo(undo); }));
 }
 
 CameraHub &MainWindow::cameraHub() { return _session.cameraHub(); }

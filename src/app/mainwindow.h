@@ -2,6 +2,8 @@
 // The main window: toolbar, filter bar, sidebar, grid or single view, info panel, status bar,
 // toasts and empty states, and every menu and key. Keys are window-wide actions so they work
 // wherever the focus is; only text fields keep what is typed into them. GUI thread only.
+#include "metadata/iptcfile.h"
+
 #include <QHash>
 #include <QMainWindow>
 #include <QPointer>
@@ -77,7 +79,8 @@ public slots:
     void showCamera();   // "Cámara…": live reception; the hub keeps receiving when it closes
     void showClientPick();   // "Selección del cliente…"
     void exportSidecars();   // "Exportar marcas de la carpeta actual a XMP", with progress
-    void showRename();       // "Renombrar…" on the selection
+    void showRename();
+    void undoIptc(const QString &id);       // "Renombrar…" on the selection
     void showIptcTemplates();   // "Plantillas IPTC…"
     void showApplyIptc();       // "Aplicar plantilla IPTC…" on the selection, undoable from its toast
     CameraHub &cameraHub();   // the session's, made on first use
@@ -141,6 +144,12 @@ private:
     QPointer<CameraWindow> _camera;
     QPointer<ClientPickSheet> _clientPick;
     QPointer<IptcTemplatesWindow> _iptcTemplates;
+    // IPTC applies that Ctrl+Z or the toast can still take back, by their undo-list id.
+    struct IptcUndo {
+        QList<IptcFile::Undo> undo;
+        QList<QUuid> shots;
+    };
+    QHash<QString, IptcUndo> _iptcUndos;
     ImagePipeline *_pipeline = nullptr;
     PipelineThumbnailSource *_pipelineSource = nullptr;
 };

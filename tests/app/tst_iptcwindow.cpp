@@ -140,9 +140,10 @@ private slots:
         QTRY_COMPARE(ws.state.visible().size(), 3);
         QTRY_VERIFY(ws.state.facetCounts(Facet::creator).value("Ana Núñez") == 3);
 
-        // "Deshacer" puts each file back as it was.
+        // Edición ▸ Deshacer (Ctrl+Z) puts each file back as it was.
         QVERIFY(ws.window.toast()->offersAction());
-        ws.window.toast()->actionButton()->click();
+        QVERIFY(ws.window.action("undo")->text().startsWith("Deshacer plantilla IPTC en "));
+        ws.window.action("undo")->trigger();
         QTRY_COMPARE_WITH_TIMEOUT(ws.window.toast()->text(), "Plantilla IPTC deshecha", 20000);
         QCOMPARE(TestEnv::readAll(jpegs[0]), before);
         QCOMPARE(exiftool(jpegs[2], "IPTC:By-line"), QString());
