@@ -134,11 +134,13 @@ void FileOpController::showTransfer(FileOpJournal::Op op)
     sheet->open();
 }
 
-void FileOpController::undo(const QString &id)
+void FileOpController::undo(const QString &id, const QString &what)
 {
     if (id.startsWith(QLatin1String("iptc:")))
         return;   // the window takes back a template apply itself
     if (_busy) {
+        // Kept on the list for when the running operation has ended.
+        _session.state().recordFileOp(id, what);
         _toast.showMessage(QStringLiteral("Espera a que termine la operación con archivos en curso."), true);
         return;
     }

@@ -22,7 +22,7 @@ public:
 
     void trashTargets();
     void showTransfer(FileOpJournal::Op op);   // copy or move
-    void undo(const QString &id);
+    void undo(const QString &id, const QString &what = {});
     // A rename finished in its sheet: it joins the undo list and the toast offers to undo it.
     void renamed(const FileOpOutcome &outcome);
     bool busy() const { return _busy; }

@@ -116,7 +116,7 @@ MainWindow::MainWindow(BrowserSession &session, QWidget *parent)
     connect(_actions.value(QStringLiteral("moveTo")), &QAction::triggered, this, [this] { _fileOps->showTransfer(FileOpJournal::Op::move); });
     connect(_actions.value(QStringLiteral("trash")), &QAction::triggered, this, [this] { _fileOps->trashTargets(); });
     // Culling goes on from the keys once the files are where they were sent.
-    connect(&_state, &AppState::fileOpUndoRequested, this, [this](const QString &id) {
+    connect(&_state, &AppState::fileOpUndoRequested, this, [this](const QString &id, const QString &) {
         if (id.startsWith(QLatin1String("iptc:")))
             undoIptc(id);
     });

@@ -503,7 +503,7 @@ void AppState::stepHistory(bool back)
     if (!change->fileOp.isEmpty()) {
         _history.dropRedo(_folder);   // a file operation is not redone
         if (back)
-            emit fileOpUndoRequested(change->fileOp);
+            emit fileOpUndoRequested(change->fileOp, change->what);
         emit historyChanged();
         return;
     }

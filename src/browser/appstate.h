@@ -167,8 +167,9 @@ signals:
     void progressChanged();
     void toastRequested(const QString &text, bool error);
     void historyChanged();                     // what undo and redo would do changed
-    // Undo reached a file operation: whoever runs file operations takes it back through its journal.
-    void fileOpUndoRequested(const QString &id);
+    // Undo reached a file operation: whoever runs file operations takes it back through its
+    // journal (or records it again, with `what`, when it cannot now).
+    void fileOpUndoRequested(const QString &id, const QString &what);
     // A change of marks touched several shots; the window offers to undo it.
     void bulkMarksChanged(const QString &text);
 
