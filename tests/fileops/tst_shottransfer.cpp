@@ -226,6 +226,25 @@ private slots:
         QCOMPARE(names(dst.path()), (QStringList{"L1.NEF", "L3.NEF"}));
     }
 
+    // The commands take a shot's pair along from one of its files, and `corvane undo` takes the
+    // newest operation back.
+    void fromTheCommandLine()
+    {
+        QVERIFY(corvaneBuilt());
+        QTemporaryDir src, dst;
+        shot(src.path(), "P1", {"NEF", "JPG"});
+        QCOMPARE(corvane({"copy", src.filePath("P1.NEF")}).status, 2);   // no --to
+        const CorvaneRun copied = corvane({"copy", "--to", dst.path(), "--verify", src.filePath("P1.JPG")});
+        QCOMPARE(copied.status, 0);
+        QVERIFY2(copied.out.contains("Copia completada"), copied.out.constData());
+        QCOMPARE(names(dst.path()), (QStringList{"P1.JPG", "P1.NEF"}));
+        QCOMPARE(corvane({"trash", src.filePath("P1.NEF")}).status, 0);
+        QCOMPARE(names(src.path()), QStringList{});
+        QCOMPARE(corvane({"undo"}).status, 0);
+        QCOMPARE(names(src.path()), (QStringList{"P1.JPG", "P1.NEF"}));
+        QCOMPARE(corvane({"trash", src.filePath("nada.JPG")}).status, 1);
+    }
+
     // `corvane move` between disks killed at random moments: after the next start every shot is
     // whole in one of the two folders, with its bytes, and no temporary is left.
     void moveSurvivesSigkill()
