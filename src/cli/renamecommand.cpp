@@ -1,6 +1,7 @@
 #include "renamecommand.h"
 
 #include "argparser.h"
+#include "fileopoutput.h"
 #include "terminalprogress.h"
 
 #include "fileops/fileopjournal.h"
@@ -24,14 +25,6 @@ namespace {
 void out(const QString &line) { std::printf("%s\n", line.toUtf8().constData()); }
 void err(const QString &line) { std::fprintf(stderr, "%s\n", line.toUtf8().constData()); }
 
-// What a crash of an earlier run left is put right before anything else is renamed.
-void recover()
-{
-    const QString sentence = FileOpJournal::recoverAll().sentence();
-    if (!sentence.isEmpty())
-        err(sentence);
-}
-
 bool parseCase(const ArgParser &p, const char *option, NameCase &value)
 {
     if (!p.has(option))
@@ -52,18 +45,6 @@ bool parseInt(const ArgParser &p, const char *option, int lo, int hi, int &value
         return false;
     value = n;
     return true;
-}
-
-int printOutcome(const RenameOutcome &o)
-{
-    if (!o.error.isEmpty()) {
-        err(o.error);
-        return 1;
-    }
-    for (const QString &m : o.messages)
-        err(m);
-    out(o.title() + QStringLiteral(": ") + o.body());
-    return o.kept.isEmpty() && o.savedAs.isEmpty() ? 0 : 1;
 }
 
 } // namespace
@@ -114,7 +95,7 @@ int renameCommand(const QStringList &args)
     }
     o.caseOn = p.has("name-case") || p.has("ext-case");
 
-    recover();
+    FileOpOutput::recover();
     // The shots of the files given, in the order given; one folder at a time.
     QString folder;
     for (const QString &arg : p.positional()) {
@@ -187,13 +168,13 @@ int renameCommand(const QStringList &args)
         bar.update(ShotRenamer::runningText(plan.changedCount()), done, total);
     });
     bar.finish();
-    return printOutcome(o2);
+    return FileOpOutput::print(o2);
 }
 
 int undoCommand(const QStringList &args)
 {
     if (!args.isEmpty())
         return 2;
-    recover();
-    return printOutcome(FileOpEngine::undo());
+    FileOpOutput::recover();
+    return FileOpOutput::print(FileOpEngine::undo());
 }

@@ -1,6 +1,7 @@
 #include "transfercommand.h"
 
 #include "argparser.h"
+#include "fileopoutput.h"
 #include "terminalprogress.h"
 
 #include "fileops/fileopjournal.h"
@@ -16,7 +17,6 @@
 
 namespace {
 
-void out(const QString &line) { std::printf("%s\n", line.toUtf8().constData()); }
 void err(const QString &line) { std::fprintf(stderr, "%s\n", line.toUtf8().constData()); }
 
 // The shots of the files given, in the order given, each with every file of its pair: naming the
@@ -55,18 +55,6 @@ std::optional<QList<ShotTransfer::Shot>> shotsOf(const QStringList &args)
     return shots;
 }
 
-int finish(const FileOpOutcome &o)
-{
-    if (!o.error.isEmpty()) {
-        err(o.error);
-        return 1;
-    }
-    for (const QString &m : o.messages)
-        err(m);
-    out(o.title() + QStringLiteral(": ") + o.body());
-    return o.ok() ? 0 : 1;
-}
-
 int transferCommand(FileOpJournal::Op op, const QStringList &args)
 {
     ArgParser p({"verify"}, {"to"});
@@ -74,9 +62,7 @@ int transferCommand(FileOpJournal::Op op, const QStringList &args)
         err(p.error().isEmpty() ? QStringLiteral("Falta --to CARPETA o algún archivo.") : p.error());
         return 2;
     }
-    const QString sentence = FileOpJournal::recoverAll().sentence();
-    if (!sentence.isEmpty())
-        err(sentence);
+    FileOpOutput::recover();
     const auto shots = shotsOf(p.positional());
     if (!shots)
         return 1;
@@ -85,7 +71,7 @@ int transferCommand(FileOpJournal::Op op, const QStringList &args)
     const FileOpOutcome o = op == FileOpJournal::Op::copy ? ShotTransfer::copy(*shots, p.value("to"), p.flag("verify"), progress)
                                                           : ShotTransfer::move(*shots, p.value("to"), p.flag("verify"), progress);
     bar.finish();
-    return finish(o);
+    return FileOpOutput::print(o);
 }
 
 } // namespace
@@ -100,9 +86,7 @@ int trashCommand(const QStringList &args)
         err(p.error().isEmpty() ? QStringLiteral("Falta algún archivo.") : p.error());
         return 2;
     }
-    const QString sentence = FileOpJournal::recoverAll().sentence();
-    if (!sentence.isEmpty())
-        err(sentence);
+    FileOpOutput::recover();
     const auto shots = shotsOf(p.positional());
     if (!shots)
         return 1;
@@ -111,5 +95,5 @@ int trashCommand(const QStringList &args)
         bar.update(ShotTransfer::runningText(FileOpJournal::Op::trash, int(shots->size())), done, total);
     });
     bar.finish();
-    return finish(o);
+    return FileOpOutput::print(o);
 }

@@ -16,21 +16,9 @@
 namespace {
 
 using Op = FileOpJournal::Op;
-
-QString folderOf(const QString &p) { return p.left(p.lastIndexOf(QLatin1Char('/'))); }
-
-QString baseOf(const QString &path)
-{
-    const QString name = QFileInfo(path).fileName();
-    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
-    return dot > 0 ? name.left(dot) : name;
-}
-
-dev_t deviceOf(const QString &path)
-{
-    struct stat st {};
-    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_dev : dev_t(-1);
-}
+using FileOpMoves::baseOf;
+using FileOpMoves::deviceOf;
+using FileOpMoves::folderOf;
 
 void syncFolders(const FileOpJournal &journal)
 {

@@ -124,6 +124,21 @@ QString trashInfoOf(const QString &where)
 
 namespace FileOpMoves {
 
+QString folderOf(const QString &path) { return path.left(path.lastIndexOf(QLatin1Char('/'))); }
+
+QString baseOf(const QString &path)
+{
+    const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    return dot > 0 ? name.left(dot) : name;
+}
+
+dev_t deviceOf(const QString &path)
+{
+    struct stat st {};
+    return ::stat(fsName(path).constData(), &st) == 0 ? st.st_dev : dev_t(-1);
+}
+
 bool exists(const QString &path)
 {
     struct stat st {};

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <sys/types.h>
+
 namespace FileOpMoves {
 
 // A copy of `from` at `to`, which must not exist: data synced, permissions and modification time
@@ -33,6 +35,11 @@ QString untrash(const QString &where, const QString &to, QStringList &savedAs);
 // The marks of the finished shots follow them: removed from the old key where the files left
 // (rename, move, trash), set on the new key where they arrived (rename, move, copy, untrash).
 QString moveMarks(FileOpJournal::Op op, const QList<FileOpShot> &finished);
+
+// "/a/b/X.NEF" → "/a/b"; → "X" (the name without its last extension); the file system's device.
+QString folderOf(const QString &path);
+QString baseOf(const QString &path);
+dev_t deviceOf(const QString &path);
 
 // A free name beside `path`: NAME-2.EXT, NAME-3.EXT…
 QString freeNameBeside(const QString &path);

@@ -2,11 +2,9 @@
 
 #include "marks/marksfile.h"
 
-namespace {
+#include "fileopmoves.h"
 
-QString folderOf(const QString &p) { return p.left(p.lastIndexOf(QLatin1Char('/'))); }
-
-} // namespace
+using FileOpMoves::folderOf;
 
 namespace ShotRenamer {
 

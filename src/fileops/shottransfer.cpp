@@ -1,5 +1,6 @@
 #include "shottransfer.h"
 
+#include "fileopmoves.h"
 #include "renameplan.h"
 
 #include "marks/marksfile.h"
@@ -15,15 +16,9 @@
 namespace {
 
 using Op = FileOpJournal::Op;
-
-QString folderOf(const QString &p) { return p.left(p.lastIndexOf(QLatin1Char('/'))); }
-
-QString baseOf(const QString &path)
-{
-    const QString name = QFileInfo(path).fileName();
-    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
-    return dot > 0 ? name.left(dot) : name;
-}
+using FileOpMoves::baseOf;
+using FileOpMoves::deviceOf;
+using FileOpMoves::folderOf;
 
 // NAME.NEF → NAME-2.NEF; NAME.NEF.xmp → NAME-2.NEF.xmp
 QString withSuffix(const QString &name, const QString &base, const QString &suffix)
@@ -34,12 +29,6 @@ QString withSuffix(const QString &name, const QString &base, const QString &suff
         return base + suffix + name.mid(base.size());
     const qsizetype dot = name.indexOf(QLatin1Char('.'), 1);
     return dot < 0 ? name + suffix : name.left(dot) + suffix + name.mid(dot);
-}
-
-dev_t deviceOf(const QString &path)
-{
-    struct stat st {};
-    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_dev : dev_t(-1);
 }
 
 FileOpOutcome transfer(Op op, const QList<ShotTransfer::Shot> &shots, const QString &folder, bool verify,
